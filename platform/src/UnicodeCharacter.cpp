@@ -1,0 +1,26 @@
+#include <QVPlatform/UnicodeCharacter.h>
+#include <unicode/uchar.h>
+
+// ICU answers for every 32-bit value: those without a character have no property and no other case.
+
+bool UnicodeCharTable::IsWhitespace(int codePoint) {
+    return u_isUWhiteSpace(codePoint) != 0;
+}
+
+bool UnicodeCharTable::IsDigit(int codePoint) {
+    return u_isdigit(codePoint) != 0;
+}
+
+bool UnicodeCharTable::IsLetter(int codePoint) {
+    return u_isalpha(codePoint) != 0;
+}
+
+int UnicodeCharTable::GetNumericValue(int codePoint) {
+    return u_charDigitValue(codePoint);
+}
+
+int UnicodeCharTable::ToUpper(int codePoint) {
+    if (codePoint >= 0 && codePoint < 0x80)
+        return codePoint >= 'a' && codePoint <= 'z' ? codePoint - 'a' + 'A' : codePoint;
+    return u_toupper(codePoint);
+}

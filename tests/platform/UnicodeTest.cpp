@@ -1,0 +1,311 @@
+#include <QVPlatform/Unicode.h>
+#include <QVPlatform/UnicodeCharacter.h>
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace {
+
+// ---- A slow decoder straight from the Unicode Standard's table of well-formed byte sequences ----
+
+struct Range {
+    unsigned char low, high;
+};
+struct Row {
+    unsigned int length;
+    Range bytes[4];
+};
+constexpr Range Tail = {0x80, 0xBF};
+constexpr Row Rows[] = {
+    {1, {{0x00, 0x7F}}},
+    {2, {{0xC2, 0xDF}, Tail}},
+    {3, {{0xE0, 0xE0}, {0xA0, 0xBF}, Tail}},
+    {3, {{0xE1, 0xEF}, Tail, Tail}}, // surrogates included
+    {4, {{0xF0, 0xF0}, {0x90, 0xBF}, Tail, Tail}},
+    {4, {{0xF1, 0xF3}, Tail, Tail, Tail}},
+    {4, {{0xF4, 0xF4}, {0x80, 0x8F}, Tail, Tail}},
+};
+
+struct Decoded {
+    std::vector<int> codePoints;
+    bool valid = true;
+};
+
+Decoded ReferenceDecode(const std::string& text) {
+    Decoded result;
+    for (size_t at = 0; at < text.size();) {
+        unsigned int best = 0;
+        bool whole = false;
+        for (const Row& row : Rows) {
+            unsigned int matched = 0;
+            while (matched < row.length && at + matched < text.size()) {
+                const unsigned char byte = static_cast<unsigned char>(text[at + matched]);
+                if (byte < row.bytes[matched].low || byte > row.bytes[matched].high)
+                    break;
+                ++matched;
+            }
+            whole |= matched == row.length;
+            best = std::max(best, matched);
+        }
+        int codePoint = 0xFFFD;
+        if (whole) {
+            codePoint = text[at] & (best == 1 ? 0x7F : 0x7F >> best);
+            for (unsigned int i = 1; i < best; ++i)
+                codePoint = codePoint << 6 | (text[at + i] & 0x3F);
+        }
+        result.valid &= whole && (codePoint < 0xD800 || codePoint > 0xDFFF);
+        result.codePoints.push_back(codePoint);
+        at += std::max(best, 1U);
+    }
+    return result;
+}
+
+// A copy without a byte to spare, so that AddressSanitizer sees every read past the end.
+template<typename T>
+class Exact {
+public:
+    template<typename Text>
+    explicit Exact(const Text& text)
+        : m_Data(new T[text.size()]), m_Size(static_cast<unsigned int>(text.size())) {
+        std::transform(text.begin(), text.end(), m_Data.get(),
+                       [](auto unit) { return static_cast<T>(unit); });
+    }
+    const T* begin() const { return m_Data.get(); }
+    const T* end() const { return begin() + m_Size; }
+    unsigned int size() const { return m_Size; }
+
+private:
+    std::unique_ptr<T[]> m_Data;
+    unsigned int m_Size;
+};
+
+std::string Utf8(const std::vector<int>& codePoints) {
+    std::string text;
+    for (int codePoint : codePoints)
+        qv_append_codepoint_to_qvstring(codePoint, text);
+    return text;
+}
+
+std::vector<unsigned short> Utf16(const std::vector<int>& codePoints) {
+    std::vector<unsigned short> units;
+    for (int codePoint : codePoints) {
+        if (codePoint >= 0x10000)
+            units.push_back(static_cast<unsigned short>(0xD7C0 + (codePoint >> 10)));
+        units.push_back(
+            static_cast<unsigned short>(codePoint < 0x10000 ? codePoint : 0xDC00 | (codePoint & 0x3FF)));
+    }
+    return units;
+}
+
+// Everything that reads UTF-8 agrees with the slow decoder on `text`.
+void CheckAllReaders(const std::string& text) {
+    const Decoded expected = ReferenceDecode(text);
+    const Exact<char> bytes(text);
+    const Exact<unsigned char> unsignedBytes(text);
+
+    std::vector<int> decoded;
+    for (const char* at = bytes.begin(); at < bytes.end();)
+        decoded.push_back(qv_codepoint_from_qvchar(at, bytes.end()));
+    ASSERT_EQ(decoded, expected.codePoints);
+    ASSERT_EQ(qv_utf32len_of_wchar(bytes.begin(), bytes.size()), decoded.size());
+
+    unsigned int validCount = 4711;
+    ASSERT_EQ(qv_is_valid_utf8(bytes.begin(), bytes.size(), validCount), expected.valid);
+    ASSERT_EQ(validCount, expected.valid ? decoded.size() : 4711);
+
+    bool strictlyValid = true;
+    for (const unsigned char* at = unsignedBytes.begin(); at < unsignedBytes.end();) {
+        const unsigned char* const before = at;
+        if (qv_decode_utf8(at, unsignedBytes.end()) == -1) {
+            strictlyValid = false;
+            ASSERT_EQ(at, before + 1);
+        }
+        ASSERT_GT(at, before);
+    }
+    ASSERT_EQ(strictlyValid, expected.valid);
+
+    const std::vector<unsigned short> units = Utf16(decoded);
+    std::vector<unsigned short> unitBuffer(units.size());
+    ASSERT_EQ(qv_utf16len_of_utf8(unsignedBytes.begin(), bytes.size()), units.size());
+    ASSERT_EQ(qv_utf16len_of_qvchar(bytes.begin(), bytes.size()), units.size());
+    const unsigned int unitRoom = static_cast<unsigned int>(units.size());
+    ASSERT_EQ(qv_utf16_from_utf8(unsignedBytes.begin(), bytes.size(), unitBuffer.data(), unitRoom), unitRoom);
+    ASSERT_EQ(unitBuffer, units);
+
+    const std::string cleaned = Utf8(decoded);
+    std::string buffer(cleaned.size(), '\0');
+    const unsigned int room = static_cast<unsigned int>(cleaned.size());
+    ASSERT_EQ(qv_utf8len_of_qvchar(bytes.begin(), bytes.size()), room);
+    ASSERT_EQ(qv_qvchar_from_utf8(unsignedBytes.begin(), bytes.size(), buffer.data(), room), room);
+    ASSERT_EQ(buffer, cleaned);
+}
+
+TEST(Unicode, EveryCodePointSurvivesBothEncodings) {
+    for (int codePoint = 0; codePoint <= 0x10FFFF; ++codePoint) {
+        char bytes[4];
+        const unsigned int length = qv_qvchar_from_codepoint(codePoint, bytes);
+        const char* at = bytes;
+        ASSERT_EQ(qv_codepoint_from_qvchar(at, bytes + length), codePoint);
+        ASSERT_EQ(at, bytes + length);
+
+        unsigned short units[2];
+        const unsigned int count = qv_utf16_from_qvchar(bytes, length, units, 2);
+        ASSERT_EQ(count, codePoint < 0x10000 ? 1U : 2U);
+        const unsigned short* unit = units;
+        ASSERT_EQ(qv_decode_utf16(unit, units + count), codePoint);
+        ASSERT_EQ(unit, units + count);
+
+        char again[4];
+        ASSERT_EQ(qv_utf8len_of_utf16(units, count), length);
+        ASSERT_EQ(qv_qvchar_from_utf16(units, count, again, 4), length);
+        ASSERT_TRUE(std::equal(again, again + length, bytes));
+    }
+    EXPECT_EQ(Utf8({-1, 0x110000, INT_MIN}), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(Unicode, KnownEncodings) {
+    EXPECT_EQ(Utf8({'A', 0xE9, 0x20AC, 0x1F600, 0xD800}),
+              "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xED\xA0\x80");
+    const std::vector<unsigned short> units = {'A', 0xE9, 0x20AC, 0xD83D, 0xDE00, 0xDE00, 0xD83D};
+    unsigned char bytes[32];
+    const unsigned int length = qv_utf8_from_utf16(units.data(), 7, bytes, sizeof bytes);
+    EXPECT_EQ(std::string(bytes, bytes + length),
+              "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xED\xB8\x80\xED\xA0\xBD");
+}
+
+TEST(Unicode, MalformedSequencesGiveOneReplacementPerMaximalRun) {
+    const struct {
+        const char* bytes;
+        std::vector<int> codePoints;
+    } cases[] = {
+        {"\x80\xBF", {0xFFFD, 0xFFFD}},
+        {"\xC0\x80", {0xFFFD, 0xFFFD}},
+        {"\xE0\x80\x80", {0xFFFD, 0xFFFD, 0xFFFD}},
+        {"\xE2\x82", {0xFFFD}},
+        {"\xE2\x82z", {0xFFFD, 'z'}},
+        {"\xF0\x9F\x98", {0xFFFD}},
+        {"\xF0\x9F\x98\xC3\xA9", {0xFFFD, 0xE9}},
+        {"\xF4\x90\x80\x80", {0xFFFD, 0xFFFD, 0xFFFD, 0xFFFD}},
+        {"\xF5\xFF", {0xFFFD, 0xFFFD}},
+        {"\xED\xA0\x80\xED\xB0\x80", {0xD800, 0xDC00}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(ReferenceDecode(c.bytes).codePoints, c.codePoints);
+        CheckAllReaders(c.bytes);
+    }
+}
+
+TEST(Unicode, ReadersAgreeOnCutTextsAndRandomBytes) {
+    const std::string whole = "Pump 17 \xC3\xBC"
+                              "ber 80 \xC2\xB0"
+                              "C, \xE2\x82\xAC \xF0\x9F\x98\x80 long ASCII tail";
+    for (size_t from = 0; from <= whole.size(); ++from)
+        for (size_t length = 0; from + length <= whole.size(); ++length)
+            CheckAllReaders(whole.substr(from, length));
+
+    // Bytes that often meet: ASCII runs of every length at every place of a word, leads, tails, wrong ones.
+    constexpr unsigned char Mixed[] = {'a',  'b',  'c',  0x7F, 0x80, 0xBF, 0xC1, 0xC3, 0xE0, 0xA0,
+                                       0xED, 0xEF, 0xF0, 0x90, 0xF4, 0x8F, 0xF5, 0xFF, 0,    0x9F};
+    std::mt19937 random(20240229);
+    for (int round = 0; round < 20000 && !testing::Test::HasFatalFailure(); ++round) {
+        std::string text(random() % 40, ' ');
+        for (char& byte : text)
+            byte = static_cast<char>(round % 2      ? random()
+                                     : random() % 4 ? Mixed[random() % sizeof Mixed]
+                                                    : 'x');
+        CheckAllReaders(text);
+    }
+}
+
+TEST(Unicode, Utf16ReadersAgreeOnRandomUnits) {
+    std::mt19937 random(17);
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<unsigned short> units(random() % 24);
+        for (unsigned short& unit : units)
+            unit = static_cast<unsigned short>(random() % 2 ? 'u' : 0xD7F0 + random() % 0x820);
+        const Exact<unsigned short> exact(units);
+        std::vector<int> decoded;
+        for (const unsigned short* at = exact.begin(); at < exact.end();)
+            decoded.push_back(qv_decode_utf16(at, exact.end()));
+        ASSERT_EQ(Utf16(decoded), units);
+        const std::string expected = Utf8(decoded);
+        const unsigned int length = qv_utf8len_of_utf16(exact.begin(), exact.size());
+        std::string text(length, '\0');
+        ASSERT_EQ(qv_qvchar_from_utf16(exact.begin(), exact.size(), text.data(), length), length);
+        ASSERT_EQ(text, expected);
+    }
+}
+
+TEST(Unicode, ConversionsStopBeforeACharacterThatDoesNotFit) {
+    const std::string text = "abcdefgh\xC3\xA9\xF0\x9F\x98\x80z"; // 15 bytes, 12 units
+    constexpr unsigned int BytesIn[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 10, 10, 10, 10, 14, 15, 15};
+    constexpr unsigned int UnitsIn[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 9, 11, 12, 12};
+    const std::vector<unsigned short> units = Utf16(ReferenceDecode(text).codePoints);
+    for (unsigned int capacity = 0; capacity < std::size(BytesIn); ++capacity) {
+        const auto buffer = std::make_unique<unsigned char[]>(capacity);
+        EXPECT_EQ(qv_utf8_from_qvchar(text.data(), 15, buffer.get(), capacity), BytesIn[capacity]);
+        EXPECT_EQ(std::string(buffer.get(), buffer.get() + BytesIn[capacity]),
+                  text.substr(0, BytesIn[capacity]));
+        EXPECT_EQ(qv_utf8_from_utf16(units.data(), 12, buffer.get(), capacity), BytesIn[capacity]);
+    }
+    for (unsigned int capacity = 0; capacity < std::size(UnitsIn); ++capacity) {
+        const auto buffer = std::make_unique<unsigned short[]>(capacity);
+        EXPECT_EQ(qv_utf16_from_qvchar(text.data(), 15, buffer.get(), capacity), UnitsIn[capacity]);
+    }
+}
+
+TEST(UnicodeCharacter, Properties) {
+    const struct {
+        int codePoint;
+        bool whitespace, digit, letter;
+        int value, upper;
+    } cases[] = {
+        {'a', false, false, true, -1, 'A'},
+        {'Z', false, false, true, -1, 'Z'},
+        {'_', false, false, false, -1, '_'},
+        {'@', false, false, false, -1, '@'},
+        {'7', false, true, false, 7, '7'},
+        {'\t', true, false, false, -1, '\t'},
+        {'\r', true, false, false, -1, '\r'},
+        {0x1C, false, false, false, -1, 0x1C},
+        {0x85, true, false, false, -1, 0x85},
+        {0xA0, true, false, false, -1, 0xA0},
+        {0x3000, true, false, false, -1, 0x3000},
+        {0x200B, false, false, false, -1, 0x200B},
+        {0xE4, false, false, true, -1, 0xC4},
+        {0xDF, false, false, true, -1, 0xDF},
+        {0xFF, false, false, true, -1, 0x178},
+        {0x4E09, false, false, true, -1, 0x4E09}, // a numeral, no decimal digit
+        {0x0663, false, true, false, 3, 0x0663},
+        {0xB2, false, false, false, -1, 0xB2},
+        {0x1D7D8, false, true, false, 0, 0x1D7D8},
+        {0x10428, false, false, true, -1, 0x10400},
+        {0xD800, false, false, false, -1, 0xD800},
+        {-1, false, false, false, -1, -1},
+        {0x110000, false, false, false, -1, 0x110000},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.codePoint);
+        const UnicodeCharacter character(c.codePoint);
+        EXPECT_EQ(character.IsWhitespace(), c.whitespace);
+        EXPECT_EQ(character.IsDigit(), c.digit);
+        EXPECT_EQ(character.IsLetter(), c.letter);
+        EXPECT_EQ(character.GetNumericValue(), c.value);
+        EXPECT_EQ(character.ToUpper(), c.upper);
+    }
+}
+
+TEST(UnicodeCharacter, TheAsciiShortCutsAgreeWithTheTables) {
+    for (int codePoint = 0; codePoint < 0x80; ++codePoint) {
+        SCOPED_TRACE(codePoint);
+        const UnicodeCharacter character(codePoint);
+        EXPECT_EQ(character.IsWhitespace(), UnicodeCharTable::IsWhitespace(codePoint));
+        EXPECT_EQ(character.IsDigit(), UnicodeCharTable::IsDigit(codePoint));
+        EXPECT_EQ(character.IsLetter(), UnicodeCharTable::IsLetter(codePoint));
+        EXPECT_EQ(character.GetNumericValue(), UnicodeCharTable::GetNumericValue(codePoint));
+    }
+}
+
+} // namespace

@@ -15,10 +15,11 @@ set(QVLIB_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 add_library(QVLib_build_settings INTERFACE)
 target_compile_features(QVLib_build_settings INTERFACE cxx_std_20)
 target_compile_definitions(QVLib_build_settings INTERFACE _FILE_OFFSET_BITS=64)
+# Without semantic interposition, calls inside a library go straight to their target, not through its symbol table.
 # The prefix map keeps the build machine's paths out of assertion messages and thereby out of shipped libraries.
 target_compile_options(QVLib_build_settings INTERFACE
   -Wall -Wextra -Wconversion -Wshadow $<$<BOOL:${QVLIB_WARNINGS_AS_ERRORS}>:-Werror>
-  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  -fno-semantic-interposition -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(QVLIB_SANITIZE)
   target_compile_options(QVLib_build_settings INTERFACE
     -fsanitize=${QVLIB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

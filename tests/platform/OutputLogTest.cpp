@@ -57,23 +57,30 @@ TEST(OutputLog, LinesOfAnyLength) {
 }
 
 TEST(Module, FindsTheLanguageOrElseEnglish) {
-    static constexpr unsigned char Bytes[] = "GEg";
+    static constexpr unsigned char Bytes[] = "EGGEg";
     static constexpr CQVModule::DataResource Resources[] = {
-        {7, CQVLocale::English, {1, Bytes + 1}},
-        {7, CQVLocale::German, {1, Bytes}},
-        {8, CQVLocale::German, {1, Bytes + 2}},
+        {7, CQVLocale::English, {1, Bytes}},     {7, CQVLocale::German, {1, Bytes + 1}},
+        {8, CQVLocale::German, {1, Bytes + 2}},  {8, CQVLocale::English, {1, Bytes + 3}},
+        {10, CQVLocale::German, {1, Bytes + 4}},
     };
-    static constexpr CQVModule Module(Resources, 3);
-    QV_DATA data;
-    ASSERT_TRUE(Module.LoadResourceDataFile(CQVLocale(), 7, data));
-    EXPECT_EQ(data.data, Bytes + 1);
-    ASSERT_TRUE(Module.LoadResourceDataFile(CQVLocale(CQVLocale::German), 7, data));
-    EXPECT_EQ(data.data, Bytes);
-    ASSERT_TRUE(Module.LoadResourceDataFile(CQVLocale(1036), 7, data));
-    EXPECT_EQ(data.data, Bytes + 1);
-    EXPECT_FALSE(Module.LoadResourceDataFile(CQVLocale(), 8, data));
-    EXPECT_FALSE(Module.LoadResourceDataFile(CQVLocale(), 9, data));
-    EXPECT_EQ(data.data, Bytes + 1);
+    static constexpr CQVModule Module(Resources, 5);
+    const struct {
+        unsigned int language, id;
+        const unsigned char* found;
+    } cases[] = {{CQVLocale::English, 7, Bytes},
+                 {CQVLocale::German, 7, Bytes + 1},
+                 {CQVLocale::English, 8, Bytes + 3},
+                 {CQVLocale::German, 8, Bytes + 2},
+                 {1036, 7, Bytes},
+                 {CQVLocale::German, 10, Bytes + 4},
+                 {CQVLocale::English, 10, nullptr},
+                 {CQVLocale::English, 9, nullptr}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.id << " in " << c.language);
+        QV_DATA data;
+        EXPECT_EQ(Module.LoadResourceDataFile(CQVLocale(c.language), c.id, data), c.found != nullptr);
+        EXPECT_EQ(data.data, c.found);
+    }
 }
 
 TEST(TextLocation, CountsLinesAndColumns) {

@@ -1,0 +1,57 @@
+// CQVFilePath - the path of a file or folder, and what can be done to it as a whole.
+//
+// A path is UTF-8 text, absolute or relative to the working directory; components are separated by '/'.
+// Errors:   an operation that fails returns false and leaves the system's errno in the path (CQVError).
+// Threads:  one thread at a time; different paths to one file may be used at once.
+#pragma once
+
+#include <QVPlatform/Error.h>
+#include <QVPlatform/String.h>
+
+class CQVFilePath : public CQVError {
+public:
+    CQVFilePath() = default;
+    explicit CQVFilePath(const qvstring& path) : m_Path(path) {}
+
+    const qvstring& GetPath() const { return m_Path; }
+    const char* GetPathCStr() const { return m_Path.c_str(); }
+
+    void Clear() { m_Path.clear(); }
+    bool IsEmpty() const { return m_Path.empty(); }
+
+    // Appends a file or folder below the path, with one '/' between the two (none when the path is empty).
+    void AppendFileName(const qvstring& name);
+    void AppendFolder(const qvstring& name);
+    // Appends to the last component itself: "a/b.txt" and "Temp" give "a/b.txtTemp".
+    void AppendName(const qvstring& text) { m_Path += text; }
+    // Replaces the extension of the last component, or adds one: "a/b.txt" and "bin" give "a/b.bin". An empty
+    // `extension` removes it with its dot. A dot that starts the component starts no extension.
+    void ChangeExtension(const qvstring& extension);
+    // The last component.
+    qvstring GetFileName() const;
+    // The path without its last component; "." when there is only one, "/" for a file in the root.
+    CQVFilePath GetFolder() const;
+
+    // True when something exists under the path that could be examined.
+    bool FileExists() const;
+    // Removes a file (not a folder).
+    bool EraseFile();
+    // Makes a folder; true when it is there afterwards, made now or before. Its parent must exist
+    // (and be synced, SyncFolder(), if the new folder is to survive a power cut).
+    bool MakeDirectory();
+
+    // Gives this file another name in the same file system; an existing `target` is replaced. The error of a
+    // failure is left in this path. After a power cut at any moment the target is the old complete file or
+    // the new one: the file is synced before, the folder after. A failure of the last step leaves the new
+    // name in force.
+    bool RenameFile(const CQVFilePath& target);
+    // Puts `replacement` in the place of this file, in one step; its own name is then gone. The error of a
+    // failure is left in this path. Durable as RenameFile().
+    bool ReplaceFileWith(const CQVFilePath& replacement);
+
+    // Makes the creation, renaming and removal of files in this folder survive a power cut.
+    bool SyncFolder();
+
+private:
+    qvstring m_Path;
+};

@@ -1,0 +1,23 @@
+// What a command-line program asks of the process and terminal it runs in.
+//
+// Threads:  everything here may be called from any thread unless a function says otherwise.
+#pragma once
+
+#include <QVPlatform/Timestamp.h>
+
+// Asks for SIGINT and SIGTERM to be remembered instead of ending the process; a second one of the same kind
+// ends it as usual. Call once, before the program starts threads.
+void qv_catch_stop_signals();
+// True once such a signal has arrived.
+bool qv_stop_requested();
+// Sleeps until `deadline` of the real-time clock or until a stop signal arrives; true when the time is up,
+// false when the program should stop.
+bool qv_sleep_until(CQVTimestamp deadline);
+
+// True when the standard output (1) or error (2) stream is a terminal.
+bool qv_is_terminal(int stream);
+// The width of that terminal in columns; 80 when it is none or does not say.
+unsigned int qv_terminal_width(int stream);
+
+// The highest resident memory of this process so far, in bytes; 0 when unknown.
+long long qv_peak_memory();

@@ -1,0 +1,122 @@
+#include <QVPlatform/FilePath.h>
+
+#include "SystemCalls.h"
+
+namespace {
+
+// Where the last component lies in a path; slashes behind it belong to neither.
+struct Component {
+    size_t begin;
+    size_t end;
+};
+
+Component LastComponent(const qvstring& path) {
+    const size_t last = path.find_last_not_of('/');
+    const size_t end = last == qvstring::npos ? 0 : last + 1;
+    const size_t slash = end == 0 ? qvstring::npos : path.find_last_of('/', end - 1);
+    return {slash == qvstring::npos ? 0 : slash + 1, end};
+}
+
+void AppendComponent(qvstring& path, const qvstring& name) {
+    if (path.empty()) {
+        path = name;
+        return;
+    }
+    if (path.back() != '/')
+        path += '/';
+    const size_t start = name.find_first_not_of('/');
+    if (start != qvstring::npos)
+        path.append(name, start);
+}
+
+// Returns the errno of the step that failed, 0 when the new name will survive a power cut.
+int RenameDurably(const CQVFilePath& from, const CQVFilePath& to) {
+    // The content must be on the disk before the name points to it.
+    if (!qv_sync_path(from.GetPathCStr()) || qv_system().rename(from.GetPathCStr(), to.GetPathCStr()) != 0)
+        return errno;
+    const CQVFilePath targetFolder = to.GetFolder();
+    const CQVFilePath sourceFolder = from.GetFolder();
+    if (!qv_sync_path(targetFolder.GetPathCStr()))
+        return errno;
+    if (sourceFolder.GetPath() != targetFolder.GetPath() && !qv_sync_path(sourceFolder.GetPathCStr()))
+        return errno;
+    return 0;
+}
+
+} // namespace
+
+void CQVFilePath::AppendFileName(const qvstring& name) {
+    AppendComponent(m_Path, name);
+}
+
+void CQVFilePath::AppendFolder(const qvstring& name) {
+    AppendComponent(m_Path, name);
+}
+
+void CQVFilePath::ChangeExtension(const qvstring& extension) {
+    const Component last = LastComponent(m_Path);
+    m_Path.resize(last.end);
+    const size_t nameStart = m_Path.find_first_not_of('.', last.begin);
+    const size_t dot = m_Path.rfind('.');
+    if (nameStart != qvstring::npos && dot != qvstring::npos && dot > nameStart)
+        m_Path.resize(dot);
+    if (!extension.empty())
+        m_Path.append(1, '.').append(extension);
+}
+
+qvstring CQVFilePath::GetFileName() const {
+    const Component last = LastComponent(m_Path);
+    return m_Path.substr(last.begin, last.end - last.begin);
+}
+
+CQVFilePath CQVFilePath::GetFolder() const {
+    const size_t begin = LastComponent(m_Path).begin;
+    const size_t last = begin == 0 ? qvstring::npos : m_Path.find_last_not_of('/', begin - 1);
+    if (last != qvstring::npos)
+        return CQVFilePath(m_Path.substr(0, last + 1));
+    return CQVFilePath(m_Path.starts_with('/') ? "/" : ".");
+}
+
+bool CQVFilePath::FileExists() const {
+    struct stat status;
+    return qv_system().stat(m_Path.c_str(), &status) == 0;
+}
+
+bool CQVFilePath::EraseFile() {
+    if (qv_system().unlink(m_Path.c_str()) == 0)
+        return true;
+    SetLastError(errno);
+    return false;
+}
+
+bool CQVFilePath::MakeDirectory() {
+    if (qv_system().mkdir(m_Path.c_str(), 0777) == 0)
+        return true;
+    const int error = errno;
+    struct stat status;
+    if (error == EEXIST && qv_system().stat(m_Path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+        return true;
+    SetLastError(error);
+    return false;
+}
+
+bool CQVFilePath::RenameFile(const CQVFilePath& target) {
+    const int error = RenameDurably(*this, target);
+    if (error != 0)
+        SetLastError(error);
+    return error == 0;
+}
+
+bool CQVFilePath::ReplaceFileWith(const CQVFilePath& replacement) {
+    const int error = RenameDurably(replacement, *this);
+    if (error != 0)
+        SetLastError(error);
+    return error == 0;
+}
+
+bool CQVFilePath::SyncFolder() {
+    if (qv_sync_path(m_Path.c_str()))
+        return true;
+    SetLastError(errno);
+    return false;
+}

@@ -153,7 +153,7 @@ bool CHistoricTable::BeginReadRecord(const char* fileName, unsigned int fileName
            ctx.HistoricFileReadNextRecord();
 }
 
-bool CHistoricTable::NextRecord(ReadContext& ctx) const {
+bool CHistoricTable::NextRecordBeyondBuffer(ReadContext& ctx) const {
     if (!ctx.m_bHasMore)
         return false;
     ++ctx.m_RecordIndex;

@@ -140,6 +140,7 @@ public:
 
         bool HistoricFileNextRecord(const CQVFilePath& directory, const FileMap& files);
         bool HistoricFileReadNextRecord();
+        bool TakeBufferedRecord();
         void CloseFile();
 
         QVFileSystemInterface* m_pFileSystem; // that made m_pFile
@@ -205,7 +206,7 @@ public:
     // The record at a position (from 0) of a file; a record before time 0 gives the next one that is not.
     bool BeginReadRecord(const char* fileName, unsigned int fileNameLength, unsigned int recordIndex,
                          ReadContext& ctx) const;
-    bool NextRecord(ReadContext& ctx) const;
+    bool NextRecord(ReadContext& ctx) const { return ctx.TakeBufferedRecord() || NextRecordBeyondBuffer(ctx); }
     // Closes the file. Call after every read, also after one that found nothing.
     void EndRead(ReadContext& ctx) const;
 
@@ -287,6 +288,9 @@ private:
     void QueueRecordInNewBlock(long long timestamp, const void* record);
     void RecycleBlocks(ListOfCachedRecord& records);
 
+    // Reading.
+    bool NextRecordBeyondBuffer(ReadContext& ctx) const;
+
     // Validation.
     bool ValidateFile(COutputLog& log, long long end, const HistoricFile& file) const;
     bool FindUnexpectedFiles(COutputLog& log) const;
@@ -315,3 +319,18 @@ private:
     // Emptied blocks, for the next records.
     ListOfCachedRecord m_SpareBlocks;
 };
+
+// The common step of NextRecord(): the next record is in the file object's buffer and belongs to the range.
+inline bool CHistoricTable::ReadContext::TakeBufferedRecord() {
+    if (!m_bHasMore || m_pFile->BufferedBytes() < m_RecordSize)
+        return false;
+    const unsigned char* const record = m_pFile->PeekBuffered();
+    const long long timestamp = qv_record_timestamp(record);
+    if (timestamp < m_From || timestamp > m_To)
+        return false;
+    qv_copy_record(m_pBuffer, record, m_RecordSize);
+    m_pFile->SkipBuffered(m_RecordSize);
+    ++m_RecordIndex;
+    ++m_NumRecordsRead;
+    return true;
+}

@@ -23,6 +23,9 @@ inline void qv_copy_record(void* target, const void* source, unsigned int size) 
     case 32:
         std::memcpy(target, source, 32);
         break;
+    case 64:
+        std::memcpy(target, source, 64);
+        break;
     default:
         std::memcpy(target, source, size);
     }

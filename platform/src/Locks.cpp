@@ -1,13 +1,19 @@
 #include <QVPlatform/Locks.h>
 
 #include <QVPlatform/Assert.h>
+#include <ctime>
 #include <new>
 #include <pthread.h>
+#include <sched.h>
 
 namespace {
 
-// The section guards a few instructions, so its holder is likely to leave within this many looks.
-constexpr int SpinCount = 100;
+// The section guards a few instructions, so its holder is likely to leave within this many looks. Where it does
+// not, it has lost its processor: give ours away, and after some rounds of that sleep, so that a waiting thread of
+// higher priority cannot keep the holder from running.
+constexpr int kLooks = 200;
+constexpr int kYields = 20;
+constexpr timespec kNap{0, 50'000};
 
 pthread_rwlock_t* SystemLock(std::byte* storage) {
     return std::launder(reinterpret_cast<pthread_rwlock_t*>(storage));
@@ -15,22 +21,21 @@ pthread_rwlock_t* SystemLock(std::byte* storage) {
 
 } // namespace
 
-// A thread that has slept takes the section as TakenWithWaiters, since it cannot know whether others still
-// sleep; the cost is one needless wake-up at the end of a queue.
 void CQVCriticalSection::EnterContended() {
-    for (int i = 0; i < SpinCount; i++) {
-        int expected = Free;
-        if (m_State.load(std::memory_order_relaxed) == Free &&
-            m_State.compare_exchange_weak(expected, Taken, std::memory_order_acquire,
-                                          std::memory_order_relaxed))
+    const auto taken = [this] {
+        return !m_bTaken.load(std::memory_order_relaxed) && !m_bTaken.exchange(true, std::memory_order_acquire);
+    };
+    for (int i = 0; i < kLooks; ++i) {
+        if (taken())
             return;
     }
-    while (m_State.exchange(TakenWithWaiters, std::memory_order_acquire) != Free)
-        m_State.wait(TakenWithWaiters, std::memory_order_relaxed);
-}
-
-void CQVCriticalSection::WakeOneWaiter() {
-    m_State.notify_one();
+    for (int i = 0; i < kYields; ++i) {
+        sched_yield();
+        if (taken())
+            return;
+    }
+    while (!taken())
+        nanosleep(&kNap, nullptr);
 }
 
 CQVReaderWriterLock::CQVReaderWriterLock() {

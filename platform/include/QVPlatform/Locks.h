@@ -1,7 +1,9 @@
 // Locks and counts that are shared between threads.
 //
-// CQVCriticalSection    a mutual exclusion for a few instructions: taking a free one and leaving it costs one
-//                       atomic operation each, inlined; a thread that finds it taken sleeps in the kernel.
+// CQVCriticalSection    a mutual exclusion for a few instructions: taking a free one costs one atomic operation,
+//                       leaving it a plain store, both inlined. A thread that finds it taken looks again, then
+//                       yields, then naps for some ten microseconds at a time: hold it for a copy or a swap of
+//                       lists, never across a system call.
 // CQVReaderWriterLock   many readers or one writer, for work of any length. A waiting writer is preferred, so
 //                       overlapping readers cannot keep it out.
 // CQVRefCount           an atomic reference count.
@@ -20,24 +22,16 @@ public:
     CQVCriticalSection& operator=(const CQVCriticalSection&) = delete;
 
     void Enter() {
-        int expected = Free;
-        if (!m_State.compare_exchange_strong(expected, Taken, std::memory_order_acquire,
-                                             std::memory_order_relaxed))
+        if (m_bTaken.exchange(true, std::memory_order_acquire))
             EnterContended();
     }
 
-    void Leave() {
-        if (m_State.exchange(Free, std::memory_order_release) == TakenWithWaiters)
-            WakeOneWaiter();
-    }
+    void Leave() { m_bTaken.store(false, std::memory_order_release); }
 
 private:
-    enum State : int { Free = 0, Taken = 1, TakenWithWaiters = 2 };
-
     void EnterContended();
-    void WakeOneWaiter();
 
-    std::atomic<int> m_State{Free};
+    std::atomic<bool> m_bTaken{false};
 };
 
 // Holds a critical section from construction to the end of the scope.

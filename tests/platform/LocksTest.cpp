@@ -70,7 +70,7 @@ TEST(ReaderWriterLock, ReadersSeeWholeWritesAndShareTheLock) {
 // above what a preferred writer waits for. A reader that cannot hand over, because the writer is in front of
 // the other one, gives up.
 TEST(ReaderWriterLock, OverlappingReadersDoNotKeepAWriterOut) {
-    constexpr int most = 100'000;
+    constexpr int most = 1'000'000;
     CQVReaderWriterLock lock;
     std::atomic<int> entered{-1};
     std::atomic<bool> written{false};
@@ -90,7 +90,7 @@ TEST(ReaderWriterLock, OverlappingReadersDoNotKeepAWriterOut) {
                 std::this_thread::yield();
             lock.LockRead();
             entered = turn;
-            for (int patience = 0; patience < 1000 && entered <= turn && !written; patience++)
+            for (int patience = 0; patience < 200'000 && entered <= turn && !written; patience++)
                 std::this_thread::yield();
             lock.UnLockRead();
         }

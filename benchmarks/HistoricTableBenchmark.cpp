@@ -1,14 +1,13 @@
 // What a historic table costs beside what a program would do, or use, instead.
 //
-// Every group runs its peers on the same records in the same process. Nothing is synced, on either side: what is
-// compared is the code, not the disk. Bytes and items per second count the records themselves.
+// Every group runs its peers on the same records in the same process. Nothing is synced, on either side: what
+// is compared is the code, not the disk. Bytes and items per second count the records themselves.
 //
 //   Queue    one record into memory           a memcpy into blocks that are used again
 //   Flush    queued records into files        one write() per record; LevelDB batches; SQLite in WAL mode
-//   Scan     every record read back           blocks of 64 KiB, each record copied and its time tested; LevelDB
-//   Range    1 % of the time                  the same scan
-//   Files    one record of one file of many   (how cost grows)
-//   Threads  1 to 8 threads queueing          (how cost grows)
+//   Scan     every record read back           blocks of 64 KiB, each record copied and its time tested;
+//   LevelDB Range    1 % of the time                  the same scan Files    one record of one file of many
+//   (how cost grows) Threads  1 to 8 threads queueing          (how cost grows)
 #include <QVLib/HistoricTables/HistoricTable.h>
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -78,12 +77,14 @@ void CountRecords(benchmark::State& state, unsigned long long records, unsigned 
 }
 
 struct Table {
-    explicit Table(unsigned int recordSize, QVFileSystemInterface* files = QVFileSystem::GetUnsyncedInstance())
+    explicit Table(unsigned int recordSize,
+                   QVFileSystemInterface* files = QVFileSystem::GetUnsyncedInstance())
         : size(recordSize), table(files, recordSize, &errors) {
         table.InitialiseFromPath(folder.Path());
     }
     void Queue(const std::vector<unsigned char>& records) {
-        for (const unsigned char* record = records.data(); record != records.data() + records.size(); record += size)
+        for (const unsigned char* record = records.data(); record != records.data() + records.size();
+             record += size)
             table.WriteNewRecord(qv_record_timestamp(record), record);
     }
 
@@ -148,7 +149,9 @@ class ForeignFileSystem : public QVFileSystemInterface {
             return m_File.OpenFileForRead(path, bLock);
         }
         bool CloseFile() override { return m_File.CloseFile(); }
-        bool WriteBytes(const void* data, unsigned int count) override { return m_File.WriteBytes(data, count); }
+        bool WriteBytes(const void* data, unsigned int count) override {
+            return m_File.WriteBytes(data, count);
+        }
         bool ReadBytes(void* buffer, unsigned int count, unsigned int& got) override {
             return m_File.ReadBytes(buffer, count, got);
         }
@@ -184,7 +187,9 @@ void FlushTable(benchmark::State& state, QVFileSystemInterface* files) {
     CountRecords(state, kFlushRecords, size);
 }
 
-void Flush_Table(benchmark::State& state) { FlushTable(state, QVFileSystem::GetUnsyncedInstance()); }
+void Flush_Table(benchmark::State& state) {
+    FlushTable(state, QVFileSystem::GetUnsyncedInstance());
+}
 BENCHMARK(Flush_Table)->Arg(16)->Arg(64)->Unit(benchmark::kMillisecond);
 
 void Flush_TableForeignFiles(benchmark::State& state) {
@@ -234,7 +239,8 @@ std::unique_ptr<leveldb::DB> OpenLevelDb(const std::string& path) {
 void FillLevelDb(leveldb::DB& db, const std::vector<unsigned char>& records, unsigned int size) {
     leveldb::WriteBatch batch;
     unsigned int number = 0;
-    for (const unsigned char* record = records.data(); record != records.data() + records.size(); record += size) {
+    for (const unsigned char* record = records.data(); record != records.data() + records.size();
+         record += size) {
         batch.Put(LevelDbKey(qv_record_timestamp(record), number),
                   leveldb::Slice(reinterpret_cast<const char*>(record) + 8, size - 8));
         if (++number % 1000 == 0) {
@@ -278,7 +284,8 @@ void Flush_PeerSqliteWal(benchmark::State& state) {
         run(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF; CREATE TABLE r(t INTEGER, v BLOB);"
                 "CREATE INDEX i ON r(t);");
         sqlite3_stmt* insert = nullptr;
-        Require(sqlite3_prepare_v2(db, "INSERT INTO r VALUES(?,?)", -1, &insert, nullptr) == SQLITE_OK, "prepare");
+        Require(sqlite3_prepare_v2(db, "INSERT INTO r VALUES(?,?)", -1, &insert, nullptr) == SQLITE_OK,
+                "prepare");
         state.ResumeTiming();
         run(db, "BEGIN");
         for (const unsigned char* record = records.data(); record != records.data() + records.size();
@@ -308,7 +315,8 @@ void ReadTable(benchmark::State& state, long long from, long long to, unsigned i
     CHistoricTable::ReadContext context;
     for (auto _ : state) {
         unsigned int found = 0;
-        for (bool more = table.table.BeginRead(from, to, context); more; more = table.table.NextRecord(context)) {
+        for (bool more = table.table.BeginRead(from, to, context); more;
+             more = table.table.NextRecord(context)) {
             benchmark::DoNotOptimize(context.m_pRecord);
             ++found;
         }
@@ -321,10 +329,14 @@ void ReadTable(benchmark::State& state, long long from, long long to, unsigned i
 constexpr long long kRangeFrom = kStart + kScanRecords / 2 * kStep;
 constexpr long long kRangeTo = kRangeFrom + (kScanRecords / 100 - 1) * kStep;
 
-void Scan_Table(benchmark::State& state) { ReadTable(state, 0, LLONG_MAX, kScanRecords); }
+void Scan_Table(benchmark::State& state) {
+    ReadTable(state, 0, LLONG_MAX, kScanRecords);
+}
 BENCHMARK(Scan_Table)->Arg(16)->Arg(24)->Arg(64)->Unit(benchmark::kMillisecond);
 
-void Range_Table(benchmark::State& state) { ReadTable(state, kRangeFrom, kRangeTo, kScanRecords / 100); }
+void Range_Table(benchmark::State& state) {
+    ReadTable(state, kRangeFrom, kRangeTo, kScanRecords / 100);
+}
 BENCHMARK(Range_Table)->Arg(16)->Arg(24)->Arg(64)->Unit(benchmark::kMillisecond);
 
 void ReadBlocks(benchmark::State& state, long long from, long long to, unsigned int expected) {
@@ -362,10 +374,14 @@ void ReadBlocks(benchmark::State& state, long long from, long long to, unsigned 
     CountRecords(state, kScanRecords, size);
 }
 
-void Scan_PeerBlocks(benchmark::State& state) { ReadBlocks(state, 0, LLONG_MAX, kScanRecords); }
+void Scan_PeerBlocks(benchmark::State& state) {
+    ReadBlocks(state, 0, LLONG_MAX, kScanRecords);
+}
 BENCHMARK(Scan_PeerBlocks)->Arg(16)->Arg(24)->Arg(64)->Unit(benchmark::kMillisecond);
 
-void Range_PeerBlocks(benchmark::State& state) { ReadBlocks(state, kRangeFrom, kRangeTo, kScanRecords / 100); }
+void Range_PeerBlocks(benchmark::State& state) {
+    ReadBlocks(state, kRangeFrom, kRangeTo, kScanRecords / 100);
+}
 BENCHMARK(Range_PeerBlocks)->Arg(16)->Arg(24)->Arg(64)->Unit(benchmark::kMillisecond);
 
 void Scan_PeerLevelDb(benchmark::State& state) {
@@ -432,7 +448,8 @@ void Records_QueueFlushScan(benchmark::State& state) {
         Require(table.table.FlushRecords(&table.log) == count, "flush");
         CHistoricTable::ReadContext context;
         unsigned int found = 0;
-        for (bool more = table.table.BeginRead(0, LLONG_MAX, context); more; more = table.table.NextRecord(context))
+        for (bool more = table.table.BeginRead(0, LLONG_MAX, context); more;
+             more = table.table.NextRecord(context))
             ++found;
         Require(found == count, "records read");
     }

@@ -4,7 +4,8 @@
 
 namespace {
 
-// Emptied blocks that a table keeps for its next records; what a burst needed beyond that goes back to the heap.
+// Emptied blocks that a table keeps for its next records; what a burst needed beyond that goes back to the
+// heap.
 constexpr std::size_t kMaxSpareBytes = 16 * 1024 * 1024;
 
 } // namespace
@@ -49,8 +50,8 @@ void CHistoricTable::WriteNewRecord(long long timestamp, const void* record) {
         QueueRecordInNewBlock(timestamp, record);
 }
 
-// The queue's last block is full. A new one is made outside the lock, so that no thread waits for the heap; other
-// threads may have queued records or blocks meanwhile.
+// The queue's last block is full. A new one is made outside the lock, so that no thread waits for the heap;
+// other threads may have queued records or blocks meanwhile.
 void CHistoricTable::QueueRecordInNewBlock(long long timestamp, const void* record) {
     HistoricRecordList::Block* block = nullptr;
     for (;;) {
@@ -114,7 +115,9 @@ void CHistoricTable::GetFiles(std::vector<HistoricFile>& files) const {
     const ReadLockGuard lock(*this);
     files.reserve(m_Files.size());
     for (const auto& [end, file] : m_Files)
-        files.push_back(file);
+        files.push_back({file.m_Start, file.m_Duration, file.m_NumRecords,
+                         __atomic_load_n(&file.m_NumRecordsSent, __ATOMIC_RELAXED),
+                         file.m_NumRecordsTransferred});
 }
 
 void CHistoricTable::SayPendingNotes(COutputLog* log) {

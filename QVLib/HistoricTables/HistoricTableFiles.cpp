@@ -17,8 +17,8 @@ constexpr unsigned int kDotAt = 2 * kHalfLength + 1;
 constexpr long long kFirstNameableTime = -504'911'232'000'000'000;
 constexpr long long kLastNameableTime = 2'650'467'743'400'000'000;
 
-// A number of decimal digits. A character that is no digit gives a value that the calendar check refuses, or one
-// that it takes; either way nothing overflows.
+// A number of decimal digits. A character that is no digit gives a value that the calendar check refuses, or
+// one that it takes; either way nothing overflows.
 unsigned int ReadDigits(const char* text, unsigned int count) {
     unsigned int value = 0;
     for (unsigned int i = 0; i < count; ++i)
@@ -73,13 +73,16 @@ long long SaturatingSum(long long a, long long b) {
 
 } // namespace
 
-bool qv_parse_historic_file_name(const char* name, unsigned int length, CQVTimestamp& start, CQVTimestamp& end) {
+bool qv_parse_historic_file_name(const char* name, unsigned int length, CQVTimestamp& start,
+                                 CQVTimestamp& end) {
     return length == CHistoricTable::FileNameLength && name[kSeparatorAt] == '_' && name[kDotAt] == '.' &&
            ReadMinute(name, start) && ReadMinute(name + kSeparatorAt + 1, end);
 }
 
 bool qv_historic_span_has_name(long long start, long long end) {
-    const auto nameable = [](long long time) { return time >= kFirstNameableTime && time <= kLastNameableTime; };
+    const auto nameable = [](long long time) {
+        return time >= kFirstNameableTime && time <= kLastNameableTime;
+    };
     return nameable(start) && nameable(end);
 }
 
@@ -90,10 +93,10 @@ long long qv_floor_to_file_period(long long timestamp) {
 int CHistoricTable::HistoricFile::GetFileName(char* buffer) const {
     const TimestampStruct start = FieldsOf(m_Start);
     const TimestampStruct end = FieldsOf(GetEnd());
-    return static_cast<int>(qv_sprintf(buffer, FileNameBufferSize, "%04u%02u%02u%02u%02u_%04u%02u%02u%02u%02u.qvhis",
-                                       static_cast<unsigned int>(start.year), start.month, start.day, start.hour,
-                                       start.minute, static_cast<unsigned int>(end.year), end.month, end.day,
-                                       end.hour, end.minute));
+    return static_cast<int>(
+        qv_sprintf(buffer, FileNameBufferSize, "%04u%02u%02u%02u%02u_%04u%02u%02u%02u%02u.qvhis",
+                   static_cast<unsigned int>(start.year), start.month, start.day, start.hour, start.minute,
+                   static_cast<unsigned int>(end.year), end.month, end.day, end.hour, end.minute));
 }
 
 Utf16String* CHistoricTable::HistoricFile::GetFileName() const {
@@ -124,7 +127,8 @@ void CHistoricTable::BuildFileMap() {
     if (journal.Read(split) == CQVSplitJournal::State::Complete)
         HideCopies(split, sizes);
 
-    // In order of their names, so that one folder always gives the same map whatever order the system lists it in.
+    // In order of their names, so that one folder always gives the same map whatever order the system lists
+    // it in.
     for (const auto& [name, size] : sizes) {
         CQVTimestamp start;
         CQVTimestamp end;
@@ -137,15 +141,16 @@ void CHistoricTable::BuildFileMap() {
 
 CHistoricTable::FileMap::iterator CHistoricTable::AddNewFile(long long start, long long end) {
     const auto file = m_Files.try_emplace(end).first;
-    // A name made by hand can span more than 64 bits hold; the difference then wraps, and GetEnd() wraps it back.
+    // A name made by hand can span more than 64 bits hold; the difference then wraps, and GetEnd() wraps it
+    // back.
     const long long duration =
         static_cast<long long>(static_cast<unsigned long long>(end) - static_cast<unsigned long long>(start));
     file->second = HistoricFile{start, duration, 0, 0, 0};
     return file;
 }
 
-// As AddNewFile(), but an entry that holds records already takes the new one too instead of being reset: times
-// before the epoch are rounded up, so a span chosen for one can end where such an entry does.
+// As AddNewFile(), but an entry that holds records already takes the new one too instead of being reset:
+// times before the epoch are rounded up, so a span chosen for one can end where such an entry does.
 CHistoricTable::FileMap::iterator CHistoricTable::AddNewTargetFile(long long start, long long end) {
     if (!qv_historic_span_has_name(start, end))
         return m_Files.end();
@@ -174,4 +179,21 @@ CHistoricTable::FileMap::iterator CHistoricTable::FindTargetFile(long long times
     if (timestamp >= next->second.m_Start)
         return next;
     return AddNewTargetFile(floor, next->second.m_Start);
+}
+
+// True when a file of the map, though its span is another, has the name of this one: names tell full minutes
+// only.
+bool CHistoricTable::HasFileOfSameName(long long start, long long end) const {
+    const auto minuteOf = [](long long time) {
+        CQVTimestamp minute(time);
+        minute.RoundDown(CQVTimeInterval(CQVTimeInterval::UnitsPerMinute));
+        return minute.GetValue();
+    };
+    const long long minute = minuteOf(end);
+    for (auto file = m_Files.lower_bound(minute); file != m_Files.end() && minuteOf(file->first) == minute;
+         ++file) {
+        if (minuteOf(file->second.m_Start) == minuteOf(start))
+            return true;
+    }
+    return false;
 }

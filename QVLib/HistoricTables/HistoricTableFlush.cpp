@@ -1,5 +1,6 @@
 // From the queue to the files.
 #include "LockGuards.h"
+#include "LossCounter.h"
 #include <QVPlatform/Assert.h>
 #include <algorithm>
 #include <cerrno>
@@ -7,33 +8,17 @@
 
 namespace {
 
-// Runs gathered before they are written. A run is part of one block, so this bounds one write to a few megabytes.
+// Runs gathered before they are written. A run is part of one block, so this bounds one write to a few
+// megabytes.
 constexpr std::size_t kMaxRuns = 64;
-
-// Counts records that did not reach a file as lost, however the flush ends.
-class LossCounter {
-public:
-    LossCounter(HistoricTableErrorSummary& summary, std::size_t held, const std::size_t& written)
-        : m_Summary(summary), m_Held(held), m_Written(written) {}
-    ~LossCounter() {
-        if (m_Written < m_Held)
-            m_Summary.AddRecordLostCount(static_cast<unsigned int>(m_Held - m_Written));
-    }
-    LossCounter(const LossCounter&) = delete;
-    LossCounter& operator=(const LossCounter&) = delete;
-
-private:
-    HistoricTableErrorSummary& m_Summary;
-    const std::size_t m_Held;
-    const std::size_t& m_Written;
-};
 
 } // namespace
 
 // The files that one flush appends to, and the records on their way to the current one.
 //
-// Consecutive records for one file are gathered and handed to the file object together. They are written before
-// the next record's file is looked up, so a failing write leaves the map as if every record had been written alone.
+// Consecutive records for one file are gathered and handed to the file object together. They are written
+// before the next record's file is looked up, so a failing write leaves the map as if every record had been
+// written alone.
 class CHistoricTable::AppendSession {
 public:
     AppendSession(CHistoricTable& table, COutputLog* log, std::size_t& written)
@@ -161,8 +146,8 @@ bool CHistoricTable::AppendSession::OpenForAppend(HistoricFile& file, OpenFile& 
     return true;
 }
 
-// Records behind a torn one would be unreadable, so the tail that a crash or a full disk left is cut first. The
-// size found is the truth, whatever the map says.
+// Records behind a torn one would be unreadable, so the tail that a crash or a full disk left is cut first.
+// The size found is the truth, whatever the map says.
 bool CHistoricTable::AppendSession::AlignToRecords(HistoricFile& file, OpenFile& open) {
     const long long tail = open.size % m_Table.m_RecordSize;
     if (tail != 0) {
@@ -225,7 +210,8 @@ unsigned int CHistoricTable::FlushRecords(COutputLog* log) {
     return static_cast<unsigned int>(written);
 }
 
-bool CHistoricTable::FlushListOfCachedRecord(COutputLog* log, const ListOfCachedRecord& records, size_t& written) {
+bool CHistoricTable::FlushListOfCachedRecord(COutputLog* log, const ListOfCachedRecord& records,
+                                             size_t& written) {
     QV_ASSERT(m_bFilesWriteLockActive);
     written = 0;
     AppendSession session(*this, log, written);

@@ -4,7 +4,8 @@
 #include <QVPlatform/FindFiles.h>
 #include <cerrno>
 
-void CHistoricTable::HouseKeepFiles(COutputLog* log, unsigned int targetNumberOfRecords, unsigned int maxFileSize) {
+void CHistoricTable::HouseKeepFiles(COutputLog* log, unsigned int targetNumberOfRecords,
+                                    unsigned int maxFileSize) {
     TrimFilesToGetTargetNumberOfRecords(log, targetNumberOfRecords);
     SplitLargestFile(log, maxFileSize / m_RecordSize);
 }
@@ -28,7 +29,8 @@ int CHistoricTable::TrimFilesToGetTargetNumberOfRecords(COutputLog* log, unsigne
         file->second.GetFileName(name);
         CQVFilePath path;
         file->second.GetFilePath(m_Path, path);
-        // An entry whose file never came to be (its first write failed) must not keep all newer files for ever.
+        // An entry whose file never came to be (its first write failed) must not keep all newer files for
+        // ever.
         const bool bErased = path.EraseFile() || (path.GetLastError() == ENOENT && records == 0);
         if (!bErased) {
             log->Print("Error deleting expired file '%s'", name);
@@ -84,8 +86,8 @@ bool CHistoricTable::ValidateFile(COutputLog& log, long long end, const Historic
             return false;
         }
         if (timestamp < file.m_Start) {
-            log.PrintError("** Record %d timestamp %lld is before the file start time %lld", static_cast<int>(i),
-                           timestamp, file.m_Start);
+            log.PrintError("** Record %d timestamp %lld is before the file start time %lld",
+                           static_cast<int>(i), timestamp, file.m_Start);
             return false;
         }
         if (timestamp >= end) {

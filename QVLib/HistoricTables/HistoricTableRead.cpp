@@ -21,16 +21,17 @@ bool SkipBytesFromStart(QVFileInterface& file, unsigned long long bytes) {
 
 CHistoricTable::ReadContext::ReadContext()
     : m_From(0), m_To(LLONG_MAX), m_State(ReadStateNone), m_RecordIndex(0), m_pFile(nullptr), m_RecordSize(0),
-      m_pBuffer(nullptr), m_pRecord(nullptr), m_NumFilesOpened(0), m_NumRecordsRead(0), m_pFileSystem(nullptr),
-      m_bHasMore(false) {}
+      m_pBuffer(nullptr), m_pRecord(nullptr), m_NumFilesOpened(0), m_NumRecordsRead(0),
+      m_pFileSystem(nullptr), m_bHasMore(false) {}
 
 CHistoricTable::ReadContext::~ReadContext() {
     delete m_pFile;
     delete[] m_pBuffer;
 }
 
-void CHistoricTable::ReadContext::InitReadContext(QVFileSystemInterface* fileSystem, long long from, long long to,
-                                                  unsigned int recordSize, ReadContextState state) {
+void CHistoricTable::ReadContext::InitReadContext(QVFileSystemInterface* fileSystem, long long from,
+                                                  long long to, unsigned int recordSize,
+                                                  ReadContextState state) {
     CloseFile();
     m_bHasMore = false;
     if (m_pFileSystem != fileSystem) {
@@ -78,8 +79,8 @@ bool CHistoricTable::ReadContext::HistoricFileNextRecord(const CQVFilePath& dire
     return false;
 }
 
-// Finds the next record of the range in the open file. Records that lie in the file object's buffer are tested
-// there, and only those of the range are copied.
+// Finds the next record of the range in the open file. Records that lie in the file object's buffer are
+// tested there, and only those of the range are copied.
 bool CHistoricTable::ReadContext::HistoricFileReadNextRecord() {
     for (;; ++m_RecordIndex) {
         if (m_pFile->BufferedBytes() >= m_RecordSize) {
@@ -119,7 +120,8 @@ bool CHistoricTable::BeginReadFLowerBound(long long time, ReadContext& ctx) cons
     return ctx.m_bHasMore = ctx.HistoricFileNextRecord(m_Path, m_Files);
 }
 
-bool CHistoricTable::BeginReadFile(const char* fileName, unsigned int fileNameLength, ReadContext& ctx) const {
+bool CHistoricTable::BeginReadFile(const char* fileName, unsigned int fileNameLength,
+                                   ReadContext& ctx) const {
     ctx.InitReadContext(m_pFileSystem, 0, LLONG_MAX, m_RecordSize, ReadStateFile);
     CQVTimestamp start;
     CQVTimestamp end;
@@ -132,8 +134,8 @@ bool CHistoricTable::BeginReadFile(const char* fileName, unsigned int fileNameLe
     return ctx.m_bHasMore = ctx.HistoricFileNextRecord(m_Path, m_Files);
 }
 
-bool CHistoricTable::BeginReadRecord(const char* fileName, unsigned int fileNameLength, unsigned int recordIndex,
-                                     ReadContext& ctx) const {
+bool CHistoricTable::BeginReadRecord(const char* fileName, unsigned int fileNameLength,
+                                     unsigned int recordIndex, ReadContext& ctx) const {
     ctx.InitReadContext(m_pFileSystem, 0, LLONG_MAX, m_RecordSize, ReadStateRecord);
     CQVTimestamp start;
     CQVTimestamp end;

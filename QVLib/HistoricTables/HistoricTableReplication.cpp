@@ -1,6 +1,234 @@
-// What a table notes down for its standby while a transfer is active.
-#include <QVLib/HistoricTables/HistoricTable.h>
+// Replication, the main's side: what it notes down for the standby, the requests, and what their replies
+// change.
+#include "LockGuards.h"
+#include "ReplicationFormat.h"
+#include <QVLib/BinaryStreams/BinaryInput.h>
+#include <QVLib/BinaryStreams/BinaryOutput.h>
 #include <algorithm>
+#include <climits>
+#include <set>
+
+namespace {
+
+// Moves a freshly opened file to an offset that may be past what the file object's 32 bits can hold.
+bool SeekFile(QVFileInterface& file, unsigned long long offset) {
+    unsigned int step = static_cast<unsigned int>(std::min<unsigned long long>(offset, UINT_MAX));
+    if (!file.SeekToOffset(step))
+        return false;
+    while ((offset -= step) > 0) {
+        step = static_cast<unsigned int>(std::min<unsigned long long>(offset, UINT_MAX));
+        if (!file.SkipForward(step))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+const char* CHistoricTable::GetTransferStateText(TransferState state) {
+    switch (state) {
+    case TransferStateInactive:
+        return "Inactive";
+    case TransferStateActiveQueryState:
+        return "ActiveQueryState";
+    case TransferStateActiveWaiting:
+        return "ActiveWaiting";
+    case TransferStateActiveTransferIncrement:
+        return "ActiveTransferIncrement";
+    }
+    return "???";
+}
+
+bool CHistoricTable::MainGetNextStandbyRequest(unsigned short channel, CBinaryOutput& out) {
+    const ReadLockGuard lock(*this);
+    switch (m_TransferState) {
+    case TransferStateInactive:
+        out << static_cast<unsigned char>(TransferTypeQueryState);
+        m_TransferState = TransferStateActiveQueryState;
+        return true;
+    case TransferStateActiveWaiting:
+        return MainGetNextStandbyRequestForUpdate(channel, out);
+    default:
+        return false;
+    }
+}
+
+bool CHistoricTable::MainHasDataToTransfer() const {
+    const ReadLockGuard lock(*this);
+    return HasDataToTransfer();
+}
+
+// For use with the files locked.
+bool CHistoricTable::HasDataToTransfer() const {
+    if (m_TransferState == TransferStateInactive)
+        return true;
+    if (m_TransferState != TransferStateActiveWaiting)
+        return false;
+    return !m_DeletedFiles.empty() || !m_SplitCommands.empty() ||
+           std::any_of(m_Files.begin(), m_Files.end(), [](const FileMap::value_type& entry) {
+               return entry.second.m_NumRecordsTransferred < entry.second.m_NumRecords;
+           });
+}
+
+bool CHistoricTable::MainGetNextStandbyRequestForUpdate(unsigned short, CBinaryOutput& out) {
+    if (!HasDataToTransfer())
+        return false;
+    out << static_cast<unsigned char>(TransferTypeUpdate);
+    out << static_cast<unsigned int>(m_DeletedFiles.size());
+    for (const long long end : m_DeletedFiles)
+        out.WriteInt64(end);
+    out << static_cast<unsigned int>(m_SplitCommands.size());
+    for (const SplitCommand& command : m_SplitCommands) {
+        out.WriteInt64(command.m_Start);
+        out.WriteInt64(command.m_SplitTimestamp);
+        out.WriteInt64(command.m_End);
+    }
+    out << m_RecordSize;
+
+    unsigned int budget = kUpdateBytes / m_RecordSize;
+    for (auto& [end, file] : m_Files) {
+        if (file.m_NumRecordsTransferred >= file.m_NumRecords)
+            continue;
+        const unsigned int wanted = std::min(file.m_NumRecords - file.m_NumRecordsTransferred, budget);
+        if (wanted == 0)
+            break;
+        const unsigned int sent = WriteFileBlock(file, wanted, out);
+        // Others may look at the count while this thread, alone, changes it under the read lock.
+        __atomic_store_n(&file.m_NumRecordsSent, sent, __ATOMIC_RELAXED);
+        budget -= sent;
+    }
+    out.WriteInt64(kEndOfBlocks);
+    m_TransferState = TransferStateActiveTransferIncrement;
+    return true;
+}
+
+// Writes the block of the next records that the standby lacks and returns how many they are. A damaged file
+// may yield fewer than it should, so they are read before their number is written; none, and there is no
+// block.
+unsigned int CHistoricTable::WriteFileBlock(const HistoricFile& file, unsigned int wanted,
+                                            CBinaryOutput& out) {
+    if (!m_pTransferFile)
+        m_pTransferFile.reset(m_pFileSystem->CreateFileObject());
+    if (m_TransferBuffer.empty())
+        m_TransferBuffer.resize(kUpdateBytes);
+    CQVFilePath path;
+    file.GetFilePath(m_Path, path);
+    unsigned int read = 0;
+    unsigned char* record = m_TransferBuffer.data();
+    if (m_pTransferFile->OpenFileForRead(path, false) &&
+        SeekFile(*m_pTransferFile,
+                 static_cast<unsigned long long>(file.m_NumRecordsTransferred) * m_RecordSize)) {
+        for (unsigned int got = 0; read < wanted; ++read, record += m_RecordSize) {
+            if (!m_pTransferFile->ReadBuffered(record, m_RecordSize, got) || got < m_RecordSize)
+                break;
+        }
+    }
+    m_pTransferFile->CloseFile();
+    if (read == 0)
+        return 0;
+
+    out.WriteInt64(file.m_Start);
+    out.WriteInt64(file.GetEnd());
+    out << read;
+    record = m_TransferBuffer.data();
+    for (unsigned int i = 0; i < read; ++i, record += m_RecordSize)
+        out.Write(record, m_RecordSize);
+    return read;
+}
+
+bool CHistoricTable::MainProcessStandbyReply(COutputLog* log, unsigned short channel, CBinaryInput& in) {
+    // Said when the files are unlocked again, so that the log may use the table.
+    COutputLogToRawList messages;
+    bool bResult = true;
+    {
+        const WriteLockGuard lock(*this);
+        try {
+            unsigned char type = 0;
+            in >> type;
+            if (type == TransferTypeQueryState) {
+                MainProcessStandbyReplyQueryState(channel, in);
+            } else if (type == TransferTypeUpdate) {
+                MainProcessStandbyReplyUpdate(channel, in);
+            } else {
+                messages.PrintError("MainProcessStandbyReply() - Invalid reply type %d", type);
+                bResult = false;
+            }
+        } catch (const std::exception& exception) {
+            messages.PrintError("MainProcessStandbyReply() - Exception %s", exception.what());
+            bResult = false;
+        }
+    }
+    SayMessages(messages, log);
+    return bResult;
+}
+
+void CHistoricTable::MainProcessStandbyReplyQueryState(unsigned short, CBinaryInput& in) {
+    for (auto& [end, file] : m_Files)
+        file.m_NumRecordsSent = file.m_NumRecordsTransferred = 0;
+    // Ends that the standby is told to delete: should a broken one name a file twice, the deletion counts.
+    std::set<long long> mismatches;
+    unsigned int count = 0;
+    in >> count;
+    for (unsigned int i = 0; i < count; ++i) {
+        const long long start = in.ReadInt64();
+        const long long end = in.ReadInt64();
+        unsigned int records = 0;
+        in >> records;
+        HistoricFile* const file = FindMatchingFile(start, end, records);
+        if (file && !mismatches.contains(end)) {
+            file->m_NumRecordsTransferred = file->m_NumRecords;
+            continue;
+        }
+        if (mismatches.insert(end).second)
+            m_DeletedFiles.push_back(end);
+        const auto sameEnd = m_Files.find(end);
+        if (sameEnd != m_Files.end())
+            sameEnd->second.m_NumRecordsTransferred = 0;
+    }
+    m_TransferState = TransferStateActiveWaiting;
+}
+
+void CHistoricTable::MainProcessStandbyReplyUpdate(unsigned short, CBinaryInput&) {
+    m_DeletedFiles.clear();
+    m_SplitCommands.clear();
+    for (auto& [end, file] : m_Files) {
+        file.m_NumRecordsTransferred += file.m_NumRecordsSent;
+        file.m_NumRecordsSent = 0;
+    }
+    m_TransferState = TransferStateActiveWaiting;
+}
+
+void CHistoricTable::MainSkipStandbyReply(unsigned short, CBinaryInput& in) {
+    unsigned char type = 0;
+    in >> type;
+    if (type != TransferTypeQueryState)
+        return;
+    unsigned int count = 0;
+    in >> count;
+    for (unsigned int i = 0; i < count; ++i) {
+        in.ReadInt64();
+        in.ReadInt64();
+        unsigned int records = 0;
+        in >> records;
+    }
+}
+
+void CHistoricTable::MainResetTransferState() {
+    const WriteLockGuard lock(*this);
+    m_TransferState = TransferStateInactive;
+    m_DeletedFiles.clear();
+    m_SplitCommands.clear();
+    for (auto& [end, file] : m_Files)
+        file.m_NumRecordsSent = file.m_NumRecordsTransferred = 0;
+}
+
+CHistoricTable::HistoricFile* CHistoricTable::FindMatchingFile(long long start, long long end,
+                                                               unsigned int numRecords) {
+    const auto file = m_Files.find(end);
+    const bool bMatches =
+        file != m_Files.end() && file->second.m_Start == start && file->second.m_NumRecords == numRecords;
+    return bMatches ? &file->second : nullptr;
+}
 
 bool CHistoricTable::IsStandbyTransferActive() const {
     const TransferState state = m_TransferState;
@@ -27,13 +255,14 @@ void CHistoricTable::NoteSplitForStandby(const HistoricFile& oldFile, long long 
 
 // Notes that the standby must delete the file that ends at `end`.
 //
-// The standby deletes before it splits. Where the file came out of splits that the standby has still to repeat, it
-// does not know it yet and would bring it back, or delete the whole original with it. It is then told to delete
-// the original instead, and gets all that is left of it anew.
+// The standby deletes before it splits. Where the file came out of splits that the standby has still to
+// repeat, it does not know it yet and would bring it back, or delete the whole original with it. It is then
+// told to delete the original instead, and gets all that is left of it anew.
 void CHistoricTable::NoteDeletionForStandby(long long end) {
-    const auto original = std::find_if(
-        m_SplitCommands.begin(), m_SplitCommands.end(),
-        [end](const SplitCommand& command) { return command.m_Start < end && end <= command.m_End; });
+    const auto original =
+        std::find_if(m_SplitCommands.begin(), m_SplitCommands.end(), [end](const SplitCommand& command) {
+            return command.m_Start < end && end <= command.m_End;
+        });
     if (original == m_SplitCommands.end()) {
         m_DeletedFiles.push_back(end);
         return;

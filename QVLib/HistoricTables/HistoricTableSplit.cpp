@@ -142,8 +142,8 @@ bool CHistoricTable::ReadFileToSplit(COutputLog* log, FileMap::iterator file, Fi
         return false;
     if (contents.m_Records.GetSize() >= file->second.m_NumRecords)
         return true;
-    log->PrintError("File %s is not split: only %zu of its %u records could be read", NameOf(file->second).c_str(),
-                    contents.m_Records.GetSize(), file->second.m_NumRecords);
+    log->PrintError("File %s is not split: only %zu of its %u records could be read",
+                    NameOf(file->second).c_str(), contents.m_Records.GetSize(), file->second.m_NumRecords);
     return false;
 }
 
@@ -168,7 +168,8 @@ bool CHistoricTable::SplitInTwo(COutputLog* log, FileMap::iterator file, const F
         return false;
     }
     log->Print("Split %s (%d records) -> %s and %s", plan.oldName.c_str(),
-               static_cast<int>(contents.m_Records.GetSize()), plan.firstName.c_str(), plan.secondName.c_str());
+               static_cast<int>(contents.m_Records.GetSize()), plan.firstName.c_str(),
+               plan.secondName.c_str());
     // The journal may go only once the old file can no longer come back. If it stays, it says what is true.
     if (m_Path.SyncFolder())
         CQVSplitJournal(m_pFileSystem, m_Path).Erase();
@@ -179,14 +180,16 @@ bool CHistoricTable::SplitInTwo(COutputLog* log, FileMap::iterator file, const F
 // A split is refused unless it yields two files that every record finds its way to and whose names are free.
 bool CHistoricTable::CheckSplit(COutputLog* log, const SplitPlan& plan, const FileContents& contents) const {
     const auto refuse = [&](const char* reason) {
-        log->PrintError("File %s is not split at time stamp %lld: %s", plan.oldName.c_str(), plan.split.split, reason);
+        log->PrintError("File %s is not split at time stamp %lld: %s", plan.oldName.c_str(), plan.split.split,
+                        reason);
         return false;
     };
     if (plan.split.split <= plan.split.start || plan.split.split >= plan.split.end)
         return refuse("the time is not inside its span");
     if (m_Files.contains(plan.split.split))
         return refuse("another file ends at that time");
-    if (plan.firstName == plan.oldName || plan.secondName == plan.oldName || plan.firstName == plan.secondName)
+    if (plan.firstName == plan.oldName || plan.secondName == plan.oldName ||
+        plan.firstName == plan.secondName)
         return refuse("the time is not a full minute inside its span");
     for (const auto& [end, file] : m_Files) {
         const qvstring name = NameOf(file);
@@ -205,8 +208,9 @@ bool CHistoricTable::CheckSplit(COutputLog* log, const SplitPlan& plan, const Fi
 
 bool CHistoricTable::WriteHalves(COutputLog* log, const SplitPlan& plan, const FileContents& contents) {
     size_t written = 0;
-    return FlushListOfCachedRecord(log, contents.m_Records, written) && written == contents.m_Records.GetSize() &&
-           CreateIfEmpty(log, m_Files.at(plan.split.split)) && CreateIfEmpty(log, m_Files.at(plan.split.end));
+    return FlushListOfCachedRecord(log, contents.m_Records, written) &&
+           written == contents.m_Records.GetSize() && CreateIfEmpty(log, m_Files.at(plan.split.split)) &&
+           CreateIfEmpty(log, m_Files.at(plan.split.end));
 }
 
 // A half that received no record has no file yet; without one the table would not match its folder.
@@ -230,8 +234,8 @@ bool CHistoricTable::EraseSplitFile(COutputLog* log, CQVFilePath& path) {
     return false;
 }
 
-// A file that bears a half's name but is none of the table's would be appended to. It may be worth something to
-// somebody, so it is renamed, not erased.
+// A file that bears a half's name but is none of the table's would be appended to. It may be worth something
+// to somebody, so it is renamed, not erased.
 bool CHistoricTable::MoveStrayFileAside(COutputLog* log, const HistoricFile& file) {
     CQVFilePath path = PathOf(file, m_Path);
     if (!path.FileExists())
@@ -247,7 +251,8 @@ bool CHistoricTable::MoveStrayFileAside(COutputLog* log, const HistoricFile& fil
         m_pErrorSummary->AddFileSystemError(path.GetLastError());
         return false;
     }
-    log->Print("File '%s' is none of the table's and was renamed to '%s'", path.GetPathCStr(), target.GetPathCStr());
+    log->Print("File '%s' is none of the table's and was renamed to '%s'", path.GetPathCStr(),
+               target.GetPathCStr());
     return true;
 }
 
@@ -264,8 +269,8 @@ bool CHistoricTable::WriteSplitJournal(COutputLog* log, const SplitPlan& plan) {
     return false;
 }
 
-// Removes what a failed split left: its halves, then its journal. While a half cannot be erased the journal stays,
-// so that the next start does not take it for a file of the table. True when nothing is left.
+// Removes what a failed split left: its halves, then its journal. While a half cannot be erased the journal
+// stays, so that the next start does not take it for a file of the table. True when nothing is left.
 bool CHistoricTable::UndoUnfinishedSplit() {
     if (!m_UnfinishedSplit)
         return true;

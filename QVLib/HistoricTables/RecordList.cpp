@@ -60,10 +60,14 @@ unsigned int HistoricRecordList::NextCapacity(unsigned int recordSize, std::size
 
 HistoricRecordList::Block* HistoricRecordList::AllocateBlock(unsigned int recordSize, unsigned int capacity) {
     const std::size_t timestamps = capacity * sizeof(long long);
-    void* const memory = ::operator new(sizeof(Block) + timestamps + static_cast<std::size_t>(capacity) * recordSize);
+    void* const memory =
+        ::operator new(sizeof(Block) + timestamps + static_cast<std::size_t>(capacity) * recordSize);
     unsigned char* const behind = static_cast<unsigned char*>(memory) + sizeof(Block);
     static_assert(sizeof(Block) % alignof(long long) == 0);
-    return new (memory) Block{nullptr, capacity, 0, reinterpret_cast<long long*>(behind), behind + timestamps};
+    return new (memory)
+        Block{nullptr, capacity, 0, reinterpret_cast<long long*>(behind), behind + timestamps};
 }
 
-void HistoricRecordList::FreeBlock(Block* block) { ::operator delete(block); }
+void HistoricRecordList::FreeBlock(Block* block) {
+    ::operator delete(block);
+}

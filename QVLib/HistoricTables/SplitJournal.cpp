@@ -31,8 +31,8 @@ CQVSplitJournal::CQVSplitJournal(QVFileSystemInterface* fileSystem, const CQVFil
 
 bool CQVSplitJournal::Write(const Split& split, CQVError& error) const {
     char line[kMaxLength];
-    const unsigned int length = qv_sprintf(line, sizeof line, "%s %lld %lld %lld\n", kKeyword.data(), split.start,
-                                           split.split, split.end);
+    const unsigned int length = qv_sprintf(line, sizeof line, "%s %lld %lld %lld\n", kKeyword.data(),
+                                           split.start, split.split, split.end);
     const std::unique_ptr<QVFileInterface> file(m_pFileSystem->CreateFileObject());
     if (file->OpenFileForWrite(m_Path) && file->WriteBytes(line, length) && file->CloseFile())
         return true;
@@ -61,4 +61,6 @@ CQVSplitJournal::State CQVSplitJournal::Read(Split& split) const {
     return State::Complete;
 }
 
-bool CQVSplitJournal::Erase() { return m_Path.EraseFile() || m_Path.GetLastError() == ENOENT; }
+bool CQVSplitJournal::Erase() {
+    return m_Path.EraseFile() || m_Path.GetLastError() == ENOENT;
+}

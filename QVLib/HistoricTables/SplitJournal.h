@@ -1,8 +1,8 @@
 // The journal of a split in progress: which file is being replaced by which two.
 //
-// It is written, and on the disk, before the first half exists, and erased after the old file is. Whoever finds one
-// at start-up therefore knows, whatever the moment of the crash, that the halves are copies while the old file
-// exists, and complete once it is gone.
+// It is written, and on the disk, before the first half exists, and erased after the old file is. Whoever
+// finds one at start-up therefore knows, whatever the moment of the crash, that the halves are copies while
+// the old file exists, and complete once it is gone.
 #pragma once
 
 #include <QVLib/HistoricTables/HistoricTable.h>

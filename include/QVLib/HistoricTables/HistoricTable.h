@@ -1,9 +1,10 @@
 // CHistoricTable - a store of time-stamped records that keeps growing for years.
 //
-// Any thread hands in records of one fixed size with WriteNewRecord(); they wait in memory until FlushRecords()
-// appends them to files, each file holding the records of one span of time. The spans, sizes and counts of all
-// files are in memory, so finding the file of a record is one look-up. HouseKeepFiles() keeps the number of
-// records and the size of the files within budgets. BeginRead() and NextRecord() read any time range back.
+// Any thread hands in records of one fixed size with WriteNewRecord(); they wait in memory until
+// FlushRecords() appends them to files, each file holding the records of one span of time. The spans, sizes
+// and counts of all files are in memory, so finding the file of a record is one look-up. HouseKeepFiles()
+// keeps the number of records and the size of the files within budgets. BeginRead() and NextRecord() read any
+// time range back.
 //
 //     HistoricTableErrorSummary errors;
 //     CHistoricTable table(QVFileSystem::GetInstance(), sizeof(Sample), &errors);
@@ -16,32 +17,39 @@
 //         Use(*reinterpret_cast<const Sample*>(context.m_pRecord));
 //     table.EndRead(context);
 //
-// Records   are opaque but for their first 8 bytes: the time stamp as a signed 64-bit little-endian number, in
-//           units of CQVTimestamp (100 ns since 1601-01-01 UTC). The time stamp passed to WriteNewRecord() must
-//           be the same: writing files a record by the one, reading finds it by the other. A record has 8 to
-//           131,072 bytes.
-// Files     lie in one folder that belongs to the table. A file is its records back to back, without a header,
+// Records   are opaque but for their first 8 bytes: the time stamp as a signed 64-bit little-endian number,
+// in
+//           units of CQVTimestamp (100 ns since 1601-01-01 UTC). The time stamp passed to WriteNewRecord()
+//           must be the same: writing files a record by the one, reading finds it by the other. A record has
+//           8 to 131,072 bytes.
+// Files     lie in one folder that belongs to the table. A file is its records back to back, without a
+// header,
 //           in order of arrival, and is named after the UTC minutes of its span, start (inclusive) and end
 //           (exclusive): "202103040506_202103262314.qvhis". The layout on disk is docs/historic-table.md.
-// Errors    go to the log that an operation is given and are counted in the error summary, as are records that
+// Errors    go to the log that an operation is given and are counted in the error summary, as are records
+// that
 //           could not be written. Reading reports nothing but the end.
-// Threads   WriteNewRecord() from any thread at any time; it waits for no file. FlushRecords(), HouseKeepFiles(),
+// Threads   WriteNewRecord() from any thread at any time; it waits for no file. FlushRecords(),
+// HouseKeepFiles(),
 //           DeleteAll(), ValidateFiles() and InitialiseFromPath() lock the files themselves. Reading locks
-//           nothing: hold LockRead() from the begin of a read to its end where another thread may flush, or keep
-//           house. No lock is recursive; a thread that holds LockRead() must call nothing that locks the files.
-//           A log given to a flush or to maintenance is called with the files locked; it may call
+//           nothing: hold LockRead() from the begin of a read to its end where another thread may flush, or
+//           keep house. No lock is recursive; a thread that holds LockRead() must call nothing that locks the
+//           files. A log given to a flush or to maintenance is called with the files locked; it may call
 //           WriteNewRecord() of the same table, and nothing else of it.
-// Processes One process at a time may call InitialiseFromPath() on a folder and change it. Others look on with
+// Processes One process at a time may call InitialiseFromPath() on a folder and change it. Others look on
+// with
 //           InitialiseForReading().
 //
 // What a crash leaves (the process killed, or the power cut, at any moment):
-//   flush       Each record is whole or torn at the end of its file, never in the middle: records are appended,
+//   flush       Each record is whole or torn at the end of its file, never in the middle: records are
+//   appended,
 //               and the next append to that file first cuts a torn tail. A flush that has returned is on the
 //               disk: every file it wrote was synced when it was closed. Records still in memory are lost.
 //   trim        Files are erased one by one, oldest first; what is left is a shorter table.
-//   split       A small journal, "split.journal", names the file and its two halves before either half exists,
-//               and is erased after the file is. InitialiseFromPath() finds it: where the file is still there,
-//               the halves are copies and are erased; where the file is gone, the halves are complete.
+//   split       A small journal, "split.journal", names the file and its two halves before either half
+//   exists,
+//               and is erased after the file is. InitialiseFromPath() finds it: where the file is still
+//               there, the halves are copies and are erased; where the file is gone, the halves are complete.
 #pragma once
 
 #include <QVLib/HistoricTables/HistoricTableErrorSummary.h>
@@ -58,6 +66,9 @@
 #include <memory>
 #include <optional>
 #include <vector>
+
+class CBinaryInput;
+class CBinaryOutput;
 
 class CHistoricTable {
 public:
@@ -108,9 +119,9 @@ public:
         ReadStateRecord = 3, // one record
     };
 
-    // One read in progress: made by the caller, used for any number of reads one after another, by one thread at
-    // a time. Several contexts may read a table at once. It must not outlive the file system of the table that
-    // it last read.
+    // One read in progress: made by the caller, used for any number of reads one after another, by one thread
+    // at a time. Several contexts may read a table at once. It must not outlive the file system of the table
+    // that it last read.
     class ReadContext {
     public:
         ReadContext();
@@ -144,7 +155,7 @@ public:
         void CloseFile();
 
         QVFileSystemInterface* m_pFileSystem; // that made m_pFile
-        bool m_bHasMore;                      // NextRecord() may find one: not for one record, nor past the end
+        bool m_bHasMore; // NextRecord() may find one: not for one record, nor past the end
     };
 
     // `fileSystem` and `errorSummary` are borrowed and must outlive the table; neither may be null.
@@ -155,8 +166,9 @@ public:
     CHistoricTable(const CHistoricTable&) = delete;
     CHistoricTable& operator=(const CHistoricTable&) = delete;
 
-    // Shared ownership. A table starts with a count of 0: each holder calls AddRef() once and Release() once; the
-    // last Release() deletes the table. A table that nobody holds this way is deleted like any other object.
+    // Shared ownership. A table starts with a count of 0: each holder calls AddRef() once and Release() once;
+    // the last Release() deletes the table. A table that nobody holds this way is deleted like any other
+    // object.
     void AddRef() { m_RefCount.Increment(); }
     void Release();
 
@@ -169,7 +181,8 @@ public:
     // Files that the other process removes later are passed over by reading.
     void InitialiseForReading(const CQVFilePath& path);
 
-    // Queues a copy of the `recordSize` bytes at `record`. Costs a copy under a short lock; waits for no file.
+    // Queues a copy of the `recordSize` bytes at `record`. Costs a copy under a short lock; waits for no
+    // file.
     void WriteNewRecord(long long timestamp, const void* record);
     // Writes everything queued to the files and returns how many records were written. The first file that
     // cannot be opened or written ends the flush: it is logged, and the records not written are dropped and
@@ -177,23 +190,25 @@ public:
     // 9999) is logged and lost alone.
     unsigned int FlushRecords(COutputLog* log);
 
-    // Trims to `targetNumberOfRecords`, then splits the largest file if it passed 4/3 of `maxFileSize` bytes. At
-    // most one file is split per call. Call it now and then, between flushes.
+    // Trims to `targetNumberOfRecords`, then splits the largest file if it passed 4/3 of `maxFileSize` bytes.
+    // At most one file is split per call. Call it now and then, between flushes.
     void HouseKeepFiles(COutputLog* log, unsigned int targetNumberOfRecords, unsigned int maxFileSize);
-    // Erases the oldest files as long as the others hold more than `targetNumberOfRecords` without them; returns
-    // how many were erased. Stops at a file that cannot be erased.
+    // Erases the oldest files as long as the others hold more than `targetNumberOfRecords` without them;
+    // returns how many were erased. Stops at a file that cannot be erased.
     int TrimFilesToGetTargetNumberOfRecords(COutputLog* log, unsigned int targetNumberOfRecords);
-    // Splits the file with the most records when it holds more than 4/3 of `maxRecordsPerFile` and spans more than
-    // a minute. True when a file was split; a split that could not be done leaves everything as it was.
+    // Splits the file with the most records when it holds more than 4/3 of `maxRecordsPerFile` and spans more
+    // than a minute. True when a file was split; a split that could not be done leaves everything as it was.
     bool SplitLargestFile(COutputLog* log, unsigned int maxRecordsPerFile);
-    // Checks map, files and folder against each other and logs every fault; changes nothing. True without any.
+    // Checks map, files and folder against each other and logs every fault; changes nothing. True without
+    // any.
     bool ValidateFiles(COutputLog& log) const;
-    // Erases every file and drops what is queued; neither is counted as lost. A file that cannot be erased is left
-    // behind in silence.
+    // Erases every file and drops what is queued; neither is counted as lost. A file that cannot be erased is
+    // left behind in silence.
     void DeleteAll();
 
-    // Reading: true means that `ctx` holds a record, false that there is none (any more). Records come file by
-    // file in order of their ends, within a file in order of arrival. Queued records are not seen before a flush.
+    // Reading: true means that `ctx` holds a record, false that there is none (any more). Records come file
+    // by file in order of their ends, within a file in order of arrival. Queued records are not seen before a
+    // flush.
     //
     // All records with from <= time stamp <= to.
     bool BeginRead(long long from, long long to, ReadContext& ctx) const;
@@ -206,7 +221,9 @@ public:
     // The record at a position (from 0) of a file; a record before time 0 gives the next one that is not.
     bool BeginReadRecord(const char* fileName, unsigned int fileNameLength, unsigned int recordIndex,
                          ReadContext& ctx) const;
-    bool NextRecord(ReadContext& ctx) const { return ctx.TakeBufferedRecord() || NextRecordBeyondBuffer(ctx); }
+    bool NextRecord(ReadContext& ctx) const {
+        return ctx.TakeBufferedRecord() || NextRecordBeyondBuffer(ctx);
+    }
     // Closes the file. Call after every read, also after one that found nothing.
     void EndRead(ReadContext& ctx) const;
 
@@ -222,8 +239,50 @@ public:
     void LockWrite();
     void UnLockWrite();
 
-    // True while splits and deletions are noted down for a standby.
+    // Replication. The main's table asks the standby's for its files, works out what it lacks, and sends that
+    // in updates of at most 128 KiB of records, one at a time:
+    //
+    //     main:    MainGetNextStandbyRequest(channel, request)     until it answers false
+    //     standby:     StandbyProcessRequest(log, channel, request, reply, added)
+    //     main:    MainProcessStandbyReply(log, channel, reply)
+    //
+    // The caller carries the messages and frames them; docs/replication.md describes their bytes. `channel`
+    // is the caller's own and is passed through unread. After a lost connection, or a reply that never came,
+    // call MainResetTransferState(): the next request is a query again, and whatever the two sides disagree
+    // on is sent anew. Messages that the caller resends, or delivers late, break the agreement until the next
+    // query.
+    //
+    // The main's side is for one thread at a time; it locks the files, and its lock is shared with readers
+    // while a request is built. A log is called with nothing locked.
+    //
+    // Deletions and splits that housekeeping does while the reply to an update is awaited are forgotten with
+    // that reply: the standby keeps such a file, whole, until the next query repairs it. No record is missing
+    // there.
+
+    // Writes the next request into `out`; false when none is due (nothing is written then).
+    bool MainGetNextStandbyRequest(unsigned short channel, CBinaryOutput& out);
+    // Applies a reply. False, with the reason in the log, for one that is of no known type or ends too early;
+    // what had been applied by then stays applied.
+    bool MainProcessStandbyReply(COutputLog* log, unsigned short channel, CBinaryInput& in);
+    // Consumes a reply without applying it. Throws CBinaryInput::EOFException when it ends too early.
+    void MainSkipStandbyReply(unsigned short channel, CBinaryInput& in);
+    void MainResetTransferState();
+    // True when a request is due.
+    bool MainHasDataToTransfer() const;
+    // True while the standby's state is known; splits and deletions are noted down for it then.
     bool IsStandbyTransferActive() const;
+    TransferState GetTransferState() const { return m_TransferState; }
+    static const char* GetTransferStateText(TransferState state);
+
+    // Applies a request and writes the reply into `out`; `recordsAdded` is the number of records received.
+    // False, with the reason in the log and without a reply, for a request that is of no known type, ends too
+    // early, is of another record size or names an impossible span; deletions and splits done by then stay
+    // done. Records that cannot be written here are counted as lost here.
+    bool StandbyProcessRequest(COutputLog* log, unsigned short channel, CBinaryInput& in, CBinaryOutput& out,
+                               unsigned int& recordsAdded);
+    // Consumes a request without applying it. Throws CBinaryInput::EOFException when it ends too early and
+    // std::logic_error for an unknown type.
+    void StandbySkipRequest(unsigned short channel, CBinaryInput& in);
 
 protected:
     using ListOfCachedRecord = HistoricRecordList;
@@ -277,6 +336,7 @@ protected:
 
 private:
     class AppendSession;
+    class NewEntries;
     struct SplitPlan;
     class ReadLockGuard;
     class WriteLockGuard;
@@ -297,7 +357,8 @@ private:
 
     // Splitting.
     bool ReadFileToSplit(COutputLog* log, FileMap::iterator file, FileContents& contents);
-    bool SplitInTwo(COutputLog* log, FileMap::iterator file, const FileContents& contents, const SplitPlan& plan);
+    bool SplitInTwo(COutputLog* log, FileMap::iterator file, const FileContents& contents,
+                    const SplitPlan& plan);
     bool CheckSplit(COutputLog* log, const SplitPlan& plan, const FileContents& contents) const;
     bool WriteHalves(COutputLog* log, const SplitPlan& plan, const FileContents& contents);
     bool CreateIfEmpty(COutputLog* log, const HistoricFile& file);
@@ -308,9 +369,27 @@ private:
     void RecoverInterruptedSplit();
     std::optional<SplitCommand> m_UnfinishedSplit; // its journal is on the disk; guarded by m_FilesLock
 
-    // For the standby.
+    // Replication, main.
     void NoteSplitForStandby(const HistoricFile& oldFile, long long split, bool bInTimeOrder);
     void NoteDeletionForStandby(long long end);
+    bool HasDataToTransfer() const;
+    bool MainGetNextStandbyRequestForUpdate(unsigned short channel, CBinaryOutput& out);
+    unsigned int WriteFileBlock(const HistoricFile& file, unsigned int wanted, CBinaryOutput& out);
+    void MainProcessStandbyReplyQueryState(unsigned short channel, CBinaryInput& in);
+    void MainProcessStandbyReplyUpdate(unsigned short channel, CBinaryInput& in);
+    HistoricFile* FindMatchingFile(long long start, long long end, unsigned int numRecords);
+    std::unique_ptr<QVFileInterface> m_pTransferFile;
+    std::vector<unsigned char> m_TransferBuffer; // the records of one update
+
+    // Replication, standby.
+    void StandbyProcessRequestQueryState(unsigned short channel, CBinaryOutput& out);
+    unsigned int StandbyProcessRequestUpdate(COutputLog* log, unsigned short channel, CBinaryInput& in,
+                                             CBinaryOutput& out);
+    void StandbyDeleteFile(COutputLog* log, long long end);
+    void StandbyReadBlock(CBinaryInput& in, long long start, ListOfCachedRecord& records,
+                          NewEntries& newEntries);
+    void StandbySkipRequestUpdate(unsigned short channel, CBinaryInput& in);
+    bool HasFileOfSameName(long long start, long long end) const;
 
     // Things to say that had no log at hand; said by the next operation that has one.
     void SayPendingNotes(COutputLog* log);

@@ -1,8 +1,8 @@
-// FileSystemErrorSummary, HistoricTableErrorSummary - what went wrong with files since a program started, in one
-// line for an operator's status page.
+// FileSystemErrorSummary, HistoricTableErrorSummary - what went wrong with files since a program started, in
+// one line for an operator's status page.
 //
-// The owner of a historic table supplies one; several tables may share it. Nothing resets a summary: its owner
-// makes a new one.
+// The owner of a historic table supplies one; several tables may share it. Nothing resets a summary: its
+// owner makes a new one.
 //
 // Threads:  every operation may be called from any thread.
 // Example:  two full disks, one missing folder and 12 lost records read
@@ -18,8 +18,8 @@ public:
     // Counts one occurrence of an errno.
     void AddFileSystemError(int code);
     bool HasFileSystemErrors() const;
-    // Writes the errors in ascending order of their codes, separated by ", ", each with " (n)" behind it when it
-    // occurred more than once. Codes that share a text are listed apart.
+    // Writes the errors in ascending order of their codes, separated by ", ", each with " (n)" behind it when
+    // it occurred more than once. Codes that share a text are listed apart.
     void GetFileSystemErrorSummary(CTextOutput& out) const;
 
     // Writes the short text of an errno into `buffer` (at most `size` bytes, terminated); returns its length.
@@ -37,8 +37,8 @@ class HistoricTableErrorSummary : public FileSystemErrorSummary {
 public:
     void AddRecordLostCount(unsigned int count);
     bool HasError() const;
-    // The file-system errors, then ", Lost Records (n)" when records were lost; the comma stands there also when
-    // nothing precedes it.
+    // The file-system errors, then ", Lost Records (n)" when records were lost; the comma stands there also
+    // when nothing precedes it.
     void GetHistoricTableErrorSummary(CTextOutput& out) const;
 
 private:

@@ -1,8 +1,9 @@
 // HistoricRecordList - the records that wait to be written to a historic table's files.
 //
-// Model:    an append-only list of fixed-size records, each with the time stamp under which it is filed. Records
-//           lie back to back in large blocks, so appending one is a copy, and a file takes a whole block with one
-//           system call. A list may be handed blocks that another has emptied; then it allocates nothing.
+// Model:    an append-only list of fixed-size records, each with the time stamp under which it is filed.
+// Records
+//           lie back to back in large blocks, so appending one is a copy, and a file takes a whole block with
+//           one system call. A list may be handed blocks that another has emptied; then it allocates nothing.
 // Owns:     its blocks; they are released with the list.
 // Threads:  one thread at a time. A historic table guards its own with its cache lock.
 #pragma once
@@ -50,7 +51,9 @@ public:
     };
 
     explicit HistoricRecordList(unsigned int recordSize) : m_RecordSize(recordSize) {}
-    HistoricRecordList(HistoricRecordList&& other) noexcept : m_RecordSize(other.m_RecordSize) { Swap(other); }
+    HistoricRecordList(HistoricRecordList&& other) noexcept : m_RecordSize(other.m_RecordSize) {
+        Swap(other);
+    }
     HistoricRecordList& operator=(HistoricRecordList&&) = delete;
     ~HistoricRecordList() { Clear(); }
 
@@ -61,7 +64,8 @@ public:
         if (!block || block->count == block->capacity)
             return false;
         block->timestamps[block->count] = timestamp;
-        qv_copy_record(block->data + static_cast<std::size_t>(block->count) * m_RecordSize, record, m_RecordSize);
+        qv_copy_record(block->data + static_cast<std::size_t>(block->count) * m_RecordSize, record,
+                       m_RecordSize);
         ++block->count;
         ++m_Size;
         return true;
@@ -70,11 +74,11 @@ public:
     // Appends an empty block; the list owns it from then on.
     void AddBlock(Block* block);
 
-    // Room for records that the caller fills itself: the address of the next record, and how many fit behind one
-    // another there (at least one; a block is allocated when needed).
+    // Room for records that the caller fills itself: the address of the next record, and how many fit behind
+    // one another there (at least one; a block is allocated when needed).
     unsigned char* ReserveSpace(unsigned int& records);
-    // Makes the first `records` records of the reserved space part of the list, filed under the time stamps in
-    // their own first 8 bytes.
+    // Makes the first `records` records of the reserved space part of the list, filed under the time stamps
+    // in their own first 8 bytes.
     void CommitSpace(unsigned int records);
 
     std::size_t GetSize() const { return m_Size; }
@@ -90,11 +94,12 @@ public:
         std::swap(m_pLast, other.m_pLast);
         std::swap(m_Size, other.m_Size);
     }
-    // Takes the first block out of the list, emptied, for use in another list of the same record size; null when
-    // there is none. The records in it are forgotten, so empty a list this way from front to end.
+    // Takes the first block out of the list, emptied, for use in another list of the same record size; null
+    // when there is none. The records in it are forgotten, so empty a list this way from front to end.
     Block* TakeBlock();
 
-    // The number of records that the block to be allocated next should hold: small at first, then about 64 KiB.
+    // The number of records that the block to be allocated next should hold: small at first, then about 64
+    // KiB.
     unsigned int GetNextBlockCapacity() const { return NextCapacity(m_RecordSize, m_Size); }
     static unsigned int NextCapacity(unsigned int recordSize, std::size_t recordsHeld);
     static Block* AllocateBlock(unsigned int recordSize, unsigned int capacity);

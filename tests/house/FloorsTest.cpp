@@ -78,6 +78,7 @@ TEST(Floors, IncludeLinesAreJudged) {
          "<pthread.h> is a system or foreign header"},
         {"QVLib/TextStreams/TextInput.cpp", "#include <unistd.h>", "<unistd.h> is"},
         {"tests/TextStreams/TextInputTest.cpp", "#include <sys/stat.h>", "<sys/stat.h> is"},
+        {"tests/support/FaultFileSystem.cpp", "#include <sys/stat.h>", "<sys/stat.h> is"},
         {"tests/TextStreams/TextInputTest.cpp", "#include <gtest/gtest.h>", ""},
         {"tools/qv/main.cpp", "#include <CLI/CLI.hpp>", ""},
         {"QVLib/Utilities/Guid.cpp", "#include <CLI/CLI.hpp>", "<CLI/CLI.hpp> is"},

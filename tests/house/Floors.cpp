@@ -109,7 +109,7 @@ std::string Resolve(const std::string& file, const Include& include, const Tree&
             folders = {FolderPart(file)};
         }
         if (StartsWith(file, "tests/")) {
-            folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/"});
+            folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/qv/"});
         }
     }
     for (const std::string& folder : folders) {

@@ -93,7 +93,7 @@ TEST(Floors, IncludeLinesAreJudged) {
         {"tests/platform/LocksTest.cpp", "#include \"SystemCalls.h\"", ""},
         {"tests/support/FaultSystemCalls.h", "#include <SystemCalls.h>", ""},
         {"tests/Json/JSONValueTest.cpp", "#include \"SystemCalls.h\"", "private"},
-        {"tests/tools/OptionsTest.cpp", "#include \"qv/Options.h\"", ""},
+        {"tests/tools/OptionsTest.cpp", "#include <Options.h>", ""},
         {"examples/first.cpp", "#include \"../tools/qv/Options.h\"", "private"},
         {"QVLib/Json/JSONValue.cpp", "#include \"../../include/QVLib/Json/JSONValue.h\"", "angle brackets"},
     };

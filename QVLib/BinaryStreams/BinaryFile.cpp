@@ -75,8 +75,7 @@ bool CBinaryInputFile::Seek(unsigned int position) {
 
 // Delivers bytes that are in the buffer.
 void CBinaryInputFile::Take(unsigned char* buffer, unsigned int count) {
-    if (count > 0)
-        std::memcpy(buffer, m_Buffer + m_BufferIndex, count);
+    CopyBytes(buffer, m_Buffer + m_BufferIndex, count);
     m_BufferIndex += count;
 }
 

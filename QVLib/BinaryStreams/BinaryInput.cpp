@@ -39,17 +39,55 @@ int ValueOfCharacter(unsigned char first, CharacterForm form, const unsigned cha
     return static_cast<int>(value);
 }
 
-// The number of bytes below 0x80 that `bytes` starts with.
-unsigned int CountASCII(const unsigned char* bytes, unsigned int length) {
-    unsigned int i = 0;
-    for (unsigned long long eight; i + sizeof eight <= length; i += sizeof eight) {
-        std::memcpy(&eight, bytes + i, sizeof eight);
+// Characters that lie in a run of bytes as they will lie in the text.
+struct Span {
+    unsigned int bytes;
+    unsigned int characters;
+};
+
+bool IsContinuation(unsigned char byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// The number of ASCII characters at the start of a run, to a multiple of eight.
+unsigned int CountASCIIEights(const unsigned char* run, unsigned int length) {
+    unsigned int count = 0;
+    for (unsigned long long eight; length - count >= sizeof eight; count += sizeof eight) {
+        std::memcpy(&eight, run + count, sizeof eight);
         if ((eight & 0x8080808080808080) != 0)
             break;
     }
-    while (i < length && bytes[i] < 0x80)
-        i++;
-    return i;
+    return count;
+}
+
+// The length of the well-formed character of one to three bytes at the start of a run; 0 for everything else.
+unsigned int LengthOfWellFormed(const unsigned char* run, unsigned int length) {
+    if (run[0] < 0x80)
+        return 1;
+    if (length >= 2 && run[0] >= 0xC2 && run[0] < 0xE0 && IsContinuation(run[1]))
+        return 2;
+    if (length >= 3 && (run[0] & 0xF0) == 0xE0 && (run[0] != 0xE0 || run[1] >= 0xA0) &&
+        IsContinuation(run[1]) && IsContinuation(run[2]))
+        return 3;
+    return 0;
+}
+
+// The well-formed characters that a run starts with.
+Span FindWellFormed(const unsigned char* run, unsigned int length) {
+    Span span = {0, 0};
+    while (span.bytes < length) {
+        const unsigned int plain = CountASCIIEights(run + span.bytes, length - span.bytes);
+        span.bytes += plain;
+        span.characters += plain;
+        if (span.bytes == length)
+            break;
+        const unsigned int character = LengthOfWellFormed(run + span.bytes, length - span.bytes);
+        if (character == 0)
+            break;
+        span.bytes += character;
+        span.characters++;
+    }
+    return span;
 }
 
 bool IsHighSurrogate(int unit) {
@@ -156,10 +194,10 @@ int CBinaryInput::ReadRun(int count, qvstring& text) {
     Read(run, length);
     int characters = 0;
     for (unsigned int i = 0; i < length;) {
-        const unsigned int plain = CountASCII(run + i, length - i);
-        text.append(reinterpret_cast<const char*>(run + i), plain);
-        characters += static_cast<int>(plain);
-        i += plain;
+        const Span span = FindWellFormed(run + i, length - i);
+        text.append(reinterpret_cast<const char*>(run + i), span.bytes);
+        characters += static_cast<int>(span.characters);
+        i += span.bytes;
         if (i == length)
             break;
         const unsigned char first = run[i++];

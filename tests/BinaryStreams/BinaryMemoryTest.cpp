@@ -235,19 +235,15 @@ TEST(MemoryInputs, ReadAndSeekAtTheEnds) {
         EXPECT_TRUE(!input->Seek(11) && input->IsEOF());
         EXPECT_TRUE(!input->Seek(0xFFFFFFFF) && input->Tell() == 10);
         EXPECT_TRUE(input->Seek(4) && !input->IsEOF());
-        for (const unsigned int count : {7u, 0xFFFFFFFEu}) { // the second sum wraps in 32 bits
-            input->Seek(4);
-            try {
-                if (count == 7 || !bCopiesPart)
-                    input->Read(read.data(), count);
-                else
-                    input->RaiseEOFException(count - 6);
-                ADD_FAILURE();
-            } catch (const CBinaryInput::EOFException& e) {
-                EXPECT_EQ(e.GetCount(), bCopiesPart ? count - 6 : count);
-            }
+        try {
+            input->Read(read.data(), 7);
+            ADD_FAILURE();
+        } catch (const CBinaryInput::EOFException& e) {
+            EXPECT_EQ(e.GetCount(), bCopiesPart ? 1u : 7u);
         }
         EXPECT_EQ(read.substr(0, 6), bCopiesPart ? "456789" : "xxxxxx");
+        input->Seek(4);
+        EXPECT_TRUE(bCopiesPart || !input->TryRead(read.data(), 0xFFFFFFFE)); // the sum wraps in 32 bits
         input->Seek(0);
         input->Read(read.data(), 10);
         EXPECT_EQ(read.substr(0, 10), bytes);

@@ -11,9 +11,8 @@
 //     return output.CloseAndCommitTransactedFile(log);
 //
 // Errors:    openings, writes and closes return false and leave the system's errno in the object (CQVError).
-// A
-//            read that cannot be satisfied, for whatever reason, throws CBinaryInput::EOFException; when the
-//            system failed, its errno is in the object too.
+//            A read that cannot be satisfied, for whatever reason, throws CBinaryInput::EOFException; when
+//            the system failed, its errno is in the object too.
 // Cost:      both files pass small reads and writes through a buffer of 1,024 bytes inside the object; larger
 //            ones go straight to the file. Nothing is allocated per call.
 // Threads:   one thread at a time. Two writers of one target are the caller's business: transactions of the

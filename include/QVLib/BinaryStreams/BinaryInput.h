@@ -10,10 +10,9 @@
 // BinaryOutput.h describes the encodings.
 //
 // Errors:    bytes that end too early throw EOFException, a count above a limit throws std::length_error.
-// Apart
-//            from these every sequence of bytes decodes to something: content is never checked. After an
-//            exception the target holds what had been decoded so far and the stream stands somewhere within
-//            the value.
+//            Apart from these every sequence of bytes decodes to something: content is never checked. After
+//            an exception the target holds what had been decoded so far and the stream stands somewhere
+//            within the value.
 // Hostile data: no operation allocates more than its limit because of a number that it read. Lists without
 //            a limit grow only as fast as elements arrive.
 // Units:     lengths and positions are bytes, unsigned 32-bit; string limits are code points.
@@ -25,6 +24,7 @@
 #include <QVPlatform/String.h>
 #include <QVPlatform/Timestamp.h>
 #include <bit>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <list>
@@ -166,6 +166,29 @@ public:
     [[noreturn]] void RaiseEOFException(unsigned int count) const;
 
 protected:
+    // memcpy() for concrete inputs: twice as fast for the sizes of values, and `from` may be null for 0
+    // bytes.
+    static void CopyBytes(void* to, const void* from, unsigned int count) {
+        switch (count) {
+        case 0:
+            return;
+        case 1:
+            std::memcpy(to, from, 1);
+            return;
+        case 2:
+            std::memcpy(to, from, 2);
+            return;
+        case 4:
+            std::memcpy(to, from, 4);
+            return;
+        case 8:
+            std::memcpy(to, from, 8);
+            return;
+        default:
+            std::memcpy(to, from, count);
+        }
+    }
+
     const BinaryStringLength m_StringLengthMode;
 
 private:

@@ -13,7 +13,8 @@
 
 #include <QVLib/BinaryStreams/BinaryInput.h>
 #include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
-#include <cstring>
+#include <cstddef>
+#include <list>
 #include <memory>
 
 // Reads what a BinaryOutputBuffer holds, with its string length mode, without changing the buffer. Bytes that
@@ -28,7 +29,7 @@ public:
     void Read(void* buffer, unsigned int count) override {
         if (count == 0 || count > m_Block->used - m_Offset)
             return ReadAcrossBlocks(static_cast<unsigned char*>(buffer), count);
-        std::memcpy(buffer, m_Block->data + m_Offset, count);
+        CopyBytes(buffer, m_Block->data + m_Offset, count);
         m_Offset += count;
         m_Position += count;
     }
@@ -71,8 +72,7 @@ public:
         // The position may lie past the end when the data length was set later.
         if (static_cast<unsigned long long>(m_Position) + count > m_DataLength)
             RaiseEOFException(count);
-        if (count != 0)
-            std::memcpy(buffer, m_pBuffer.get() + m_Position, count);
+        CopyBytes(buffer, m_pBuffer.get() + m_Position, count);
         m_Position += count;
     }
     bool IsEOF() const override { return m_Position >= m_DataLength; }
@@ -96,8 +96,7 @@ public:
     void Read(void* buffer, unsigned int count) override {
         if (count > static_cast<std::size_t>(m_pEnd - m_pCurrent))
             RaiseEOFException(count);
-        if (count != 0)
-            std::memcpy(buffer, m_pCurrent, count);
+        CopyBytes(buffer, m_pCurrent, count);
         m_pCurrent += count;
     }
     bool IsEOF() const override { return m_pCurrent >= m_pEnd; }

@@ -18,38 +18,34 @@
 //     table.EndRead(context);
 //
 // Records   are opaque but for their first 8 bytes: the time stamp as a signed 64-bit little-endian number,
-// in
-//           units of CQVTimestamp (100 ns since 1601-01-01 UTC). The time stamp passed to WriteNewRecord()
+//           in units of CQVTimestamp (100 ns since 1601-01-01 UTC). The time stamp passed to WriteNewRecord()
 //           must be the same: writing files a record by the one, reading finds it by the other. A record has
 //           8 to 131,072 bytes.
 // Files     lie in one folder that belongs to the table. A file is its records back to back, without a
-// header,
-//           in order of arrival, and is named after the UTC minutes of its span, start (inclusive) and end
-//           (exclusive): "202103040506_202103262314.qvhis". The layout on disk is docs/historic-table.md.
+//           header, in order of arrival, and is named after the UTC minutes of its span, start (inclusive)
+//           and end (exclusive): "202103040506_202103262314.qvhis". The layout on disk is
+//           docs/historic-table.md.
 // Errors    go to the log that an operation is given and are counted in the error summary, as are records
-// that
-//           could not be written. Reading reports nothing but the end.
+//           that could not be written. Reading reports nothing but the end.
 // Threads   WriteNewRecord() from any thread at any time; it waits for no file. FlushRecords(),
-// HouseKeepFiles(),
-//           DeleteAll(), ValidateFiles() and InitialiseFromPath() lock the files themselves. Reading locks
-//           nothing: hold LockRead() from the begin of a read to its end where another thread may flush, or
-//           keep house. No lock is recursive; a thread that holds LockRead() must call nothing that locks the
-//           files. A log given to a flush or to maintenance is called with the files locked; it may call
-//           WriteNewRecord() of the same table, and nothing else of it.
+//           HouseKeepFiles(), DeleteAll(), ValidateFiles() and InitialiseFromPath() lock the files
+//           themselves. Reading locks nothing: hold LockRead() from the begin of a read to its end where
+//           another thread may flush, or keep house. No lock is recursive; a thread that holds LockRead()
+//           must call nothing that locks the files. A log given to a flush or to maintenance is called with
+//           the files locked; it may call WriteNewRecord() of the same table, and nothing else of it.
 // Processes One process at a time may call InitialiseFromPath() on a folder and change it. Others look on
-// with
-//           InitialiseForReading().
+//           with InitialiseForReading().
 //
 // What a crash leaves (the process killed, or the power cut, at any moment):
 //   flush       Each record is whole or torn at the end of its file, never in the middle: records are
-//   appended,
-//               and the next append to that file first cuts a torn tail. A flush that has returned is on the
-//               disk: every file it wrote was synced when it was closed. Records still in memory are lost.
+//               appended, and the next append to that file first cuts a torn tail. A flush that has returned
+//               is on the disk: every file it wrote was synced when it was closed. Records still in memory
+//               are lost.
 //   trim        Files are erased one by one, oldest first; what is left is a shorter table.
 //   split       A small journal, "split.journal", names the file and its two halves before either half
-//   exists,
-//               and is erased after the file is. InitialiseFromPath() finds it: where the file is still
-//               there, the halves are copies and are erased; where the file is gone, the halves are complete.
+//               exists, and is erased after the file is. InitialiseFromPath() finds it: where the file is
+//               still there, the halves are copies and are erased; where the file is gone, the halves are
+//               complete.
 #pragma once
 
 #include <QVLib/HistoricTables/HistoricTableErrorSummary.h>

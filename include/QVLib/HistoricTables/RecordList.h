@@ -1,9 +1,9 @@
 // HistoricRecordList - the records that wait to be written to a historic table's files.
 //
 // Model:    an append-only list of fixed-size records, each with the time stamp under which it is filed.
-// Records
-//           lie back to back in large blocks, so appending one is a copy, and a file takes a whole block with
-//           one system call. A list may be handed blocks that another has emptied; then it allocates nothing.
+//           Records lie back to back in large blocks, so appending one is a copy, and a file takes a whole
+//           block with one system call. A list may be handed blocks that another has emptied; then it
+//           allocates nothing.
 // Owns:     its blocks; they are released with the list.
 // Threads:  one thread at a time. A historic table guards its own with its cache lock.
 #pragma once

@@ -5,9 +5,8 @@
 //
 // Folders are passed over; links to files are followed. No order is promised.
 // Errors:   a search that ends because of an error answers false like one that found everything;
-// GetLastError()
-//           then is not 0 (ENOENT for a missing folder). A file that vanishes between listing and examination
-//           is passed over.
+//           GetLastError() then is not 0 (ENOENT for a missing folder). A file that vanishes between listing
+//           and examination is passed over.
 // Threads:  one thread at a time.
 #pragma once
 

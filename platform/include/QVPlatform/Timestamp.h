@@ -2,8 +2,7 @@
 //
 // Unit:     100 nanoseconds, signed 64-bit. One minute is 600,000,000 units.
 // Epoch:    value 0 is 1601-01-01 00:00:00 UTC, the epoch of OPC UA's DateTime in the same unit, so values
-// pass
-//           between the two unchanged.
+//           pass between the two unchanged.
 // Calendar: proleptic Gregorian, UTC, no leap seconds. Negative values count backwards from the epoch: -1 is
 //           1600-12-31 23:59:59.9999999. Every 64-bit value has a calendar reading; years run from -27627 to
 //           30828.

@@ -1,0 +1,340 @@
+#include <QVLib/TextStreams/TextInput.h>
+#include <QVPlatform/Unicode.h>
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+// Every newline but LF, which needs no translation.
+bool IsForeignNewline(int codePoint) {
+    return codePoint == 13 || codePoint == 0x85 || codePoint == 0x2028 || codePoint == 0x2029;
+}
+
+// Neither a newline nor part of a longer sequence.
+bool IsPlainAscii(char byte) {
+    return static_cast<signed char>(byte) >= 0 && byte != 10 && byte != 13;
+}
+
+// The end of the plain ASCII that starts at `current`. Eight bytes at a time: the subtraction borrows into
+// the top bit of each byte below 14, so a word without a top bit holds nothing to stop at. A marked byte may
+// still be plain (a tab) and is then stepped over.
+const char* EndOfPlainAscii(const char* current, const char* end) {
+    constexpr std::uint64_t EachByte = 0x0101010101010101;
+    while (end - current >= 8) {
+        std::uint64_t word;
+        memcpy(&word, current, 8);
+        const std::uint64_t marked = ((word - EachByte * 14) | word) & (EachByte * 0x80);
+        if (marked == 0) {
+            current += 8;
+            continue;
+        }
+        current += (std::endian::native == std::endian::little ? std::countr_zero(marked)
+                                                               : std::countl_zero(marked)) /
+                   8;
+        if (!IsPlainAscii(*current))
+            return current;
+        ++current;
+    }
+    while (current != end && IsPlainAscii(*current))
+        ++current;
+    return current;
+}
+
+// A decoded sequence of bytes; of length 0 when there was none.
+struct Sequence {
+    int m_CodePoint = 0;
+    int m_Length = 0;
+};
+
+// Decodes one well-formed sequence (Unicode Standard, table 3-7). All decoders agree on well-formed text; the
+// rest is for the input's own one.
+inline Sequence DecodeWellFormed(const char* current, const char* end) {
+    const auto byte = [current](int index) { return static_cast<unsigned char>(current[index]); };
+    const auto isTrail = [byte](int index) { return (byte(index) & 0xC0) == 0x80; };
+    const int lead = byte(0);
+    if (lead < 0x80)
+        return {lead, 1};
+    if (lead < 0xE0) {
+        if (lead < 0xC2 || end - current < 2 || !isTrail(1))
+            return {};
+        return {(lead & 0x1F) << 6 | (byte(1) & 0x3F), 2};
+    }
+    if (lead < 0xF0) {
+        if (end - current < 3 || !isTrail(1) || !isTrail(2))
+            return {};
+        const int codePoint = (lead & 0x0F) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F);
+        const bool valid = codePoint >= 0x800 && (codePoint & 0xF800) != 0xD800;
+        return valid ? Sequence{codePoint, 3} : Sequence{};
+    }
+    if (end - current < 4 || !isTrail(1) || !isTrail(2) || !isTrail(3))
+        return {};
+    const int codePoint =
+        (lead & 0x0F) << 18 | (byte(1) & 0x3F) << 12 | (byte(2) & 0x3F) << 6 | (byte(3) & 0x3F);
+    const bool valid = codePoint >= 0x10000 && codePoint <= 0x10FFFF;
+    return valid ? Sequence{codePoint, 4} : Sequence{};
+}
+
+} // namespace
+
+inline void CTextInput::SetFastEnd() {
+    m_pFastEnd = m_PushBack.IsEmpty() ? m_pWindowEnd : m_pWindow;
+}
+
+// Exact enough between m_pSettled and m_pWindow: only a carriage return is ever asked for, and none is there.
+inline int CTextInput::GetPreviousCodePoint() const {
+    return m_pWindow == m_pSettled ? m_PreviousCodePoint : m_pWindow[-1];
+}
+
+inline void CTextInput::GetLocation(CQVTextLocation& location) const {
+    location = m_Location;
+    location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
+}
+
+inline void CTextInput::Settle() {
+    m_PreviousCodePoint = GetPreviousCodePoint();
+    m_Location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
+    m_pSettled = m_pWindow;
+}
+
+// A sequence of several bytes is one column, so all its bytes but one are taken out of the distance.
+inline void CTextInput::TakeSequence(int length) {
+    m_pSettled += length - 1;
+    m_pWindow += length;
+}
+
+// Takes a line feed that comes next and is a newline of its own.
+inline bool CTextInput::TakeLineFeed() {
+    if (m_pWindow == m_pFastEnd || *m_pWindow != 10 || GetPreviousCodePoint() == 13)
+        return false;
+    m_Location.IncrementByCodePoint(10);
+    m_PreviousCodePoint = 10;
+    m_pSettled = ++m_pWindow;
+    return true;
+}
+
+// Takes everything from the window up to what needs the full grammar: a newline (other than a line feed, if
+// those are welcome) or a malformed byte. Takes nothing while code points are pushed back.
+inline std::string_view CTextInput::TakePlainRun(bool withLineFeeds) {
+    if (!m_PushBack.IsEmpty())
+        return {};
+    const char* const start = m_pWindow;
+    for (;;) {
+        m_pWindow = EndOfPlainAscii(m_pWindow, m_pWindowEnd);
+        if (m_pWindow == m_pWindowEnd)
+            break;
+        if (static_cast<signed char>(*m_pWindow) >= 0) {
+            if (withLineFeeds && TakeLineFeed())
+                continue;
+            break;
+        }
+        const Sequence sequence = DecodeWellFormed(m_pWindow, m_pWindowEnd);
+        if (sequence.m_Length == 0 || IsForeignNewline(sequence.m_CodePoint))
+            break;
+        TakeSequence(sequence.m_Length);
+    }
+    return std::string_view(start, static_cast<std::size_t>(m_pWindow - start));
+}
+
+inline bool CTextInput::ReadRaw(int& codePoint) {
+    if (m_pWindow != m_pWindowEnd) {
+        const Sequence sequence = DecodeWellFormed(m_pWindow, m_pWindowEnd);
+        m_pSettled = m_pWindow += sequence.m_Length;
+        codePoint = sequence.m_CodePoint;
+        if (sequence.m_Length > 0)
+            return true;
+    }
+    return ReadNextCodePoint(codePoint);
+}
+
+// Takes a sequence of several bytes or a line feed, in few steps and without a call.
+inline long long CTextInput::ReadFromWindow() {
+    const Sequence sequence = DecodeWellFormed(m_pWindow, m_pWindowEnd);
+    if (sequence.m_CodePoint > 13 && !IsForeignNewline(sequence.m_CodePoint)) {
+        TakeSequence(sequence.m_Length);
+        return sequence.m_CodePoint;
+    }
+    return TakeLineFeed() ? 10 : ReadByGrammar();
+}
+
+CharacterAndLocationStack& CharacterAndLocationStack::operator=(const CharacterAndLocationStack& other) {
+    m_Rest = other.m_Rest;
+    std::copy_n(other.m_Inline, other.m_InlineCount, m_Inline);
+    m_InlineCount = other.m_InlineCount;
+    return *this;
+}
+
+void CharacterAndLocationStack::Clear() {
+    m_Rest.clear();
+    m_InlineCount = 0;
+}
+
+CTextInput::CTextInput(const qvstring& name) {
+    SetName(name);
+}
+
+CTextInput::CTextInput(const CQVTextLocation& start)
+    : m_pSourceName(start.GetSourceNameRef()), m_Location(start) {
+    if (m_pSourceName)
+        m_pSourceName->AddRef();
+}
+
+CTextInput::~CTextInput() {
+    if (m_pSourceName)
+        m_pSourceName->Release();
+}
+
+void CTextInput::SetName(const qvstring& name) {
+    CQVTextLocationSourceName* sourceName = new CQVTextLocationSourceName(name);
+    sourceName->AddRef();
+    m_Location.SetSourceName(sourceName);
+    if (m_pSourceName)
+        m_pSourceName->Release();
+    m_pSourceName = sourceName;
+}
+
+void CTextInput::GetName(qvstring& name) const {
+    if (m_pSourceName)
+        name = m_pSourceName->GetName();
+    else
+        name.clear();
+}
+
+bool CTextInput::ReadLine(qvstring& line, bool& endedByNewline) {
+    line.clear();
+    endedByNewline = false;
+    bool anyRead = false;
+    for (;;) {
+        const std::string_view run = TakePlainRun(false);
+        line.append(run);
+        anyRead |= !run.empty();
+        int codePoint = 10;
+        if (!TakeLineFeed() && !ReadCodePoint(codePoint))
+            return anyRead;
+        anyRead = true;
+        endedByNewline = codePoint == 10;
+        if (endedByNewline)
+            return true;
+        qv_append_codepoint_to_qvstring(codePoint, line);
+    }
+}
+
+bool CTextInput::ReadLine(std::u32string& line, bool& endedByNewline) {
+    line.clear();
+    endedByNewline = false;
+    int codePoint;
+    if (!ReadCodePoint(codePoint))
+        return false;
+    while (codePoint != 10) {
+        line.push_back(static_cast<char32_t>(codePoint));
+        if (!ReadCodePoint(codePoint))
+            return true;
+    }
+    endedByNewline = true;
+    return true;
+}
+
+void CTextInput::ReadAllInput(qvstring& text) {
+    text.clear();
+    text.reserve(static_cast<std::size_t>(m_pWindowEnd - m_pWindow));
+    for (;;) {
+        text.append(TakePlainRun(true));
+        int codePoint;
+        if (!ReadCodePoint(codePoint))
+            return;
+        qv_append_codepoint_to_qvstring(codePoint, text);
+    }
+}
+
+unsigned int CTextInput::GetLineCount() {
+    const long long offset = Tell();
+    unsigned int lines = 0;
+    bool inLine = false;
+    for (;;) {
+        inLine |= !TakePlainRun(false).empty();
+        int codePoint = 10;
+        if (!TakeLineFeed() && !ReadCodePoint(codePoint))
+            break;
+        inLine = codePoint != 10;
+        if (!inLine)
+            ++lines;
+    }
+    Seek(offset);
+    return inLine ? lines + 1 : lines;
+}
+
+void CTextInput::SavePosition(Position& position) const {
+    position.m_Offset = Tell();
+    position.m_PreviousCodePoint = GetPreviousCodePoint();
+    GetLocation(position.m_Location);
+    position.m_PushBack = m_PushBack;
+}
+
+void CTextInput::RestorePosition(const Position& position) {
+    Seek(position.m_Offset);
+    m_PreviousCodePoint = position.m_PreviousCodePoint;
+    m_Location = position.m_Location;
+    m_PushBack = position.m_PushBack;
+    SetFastEnd();
+}
+
+// Forgets the previous code point too: a line feed at the very start is nobody's second half.
+void CTextInput::ResetPosition() {
+    Seek(0);
+    m_PushBack.Clear();
+    SetFastEnd();
+    m_Location.Reset();
+    m_PreviousCodePoint = 0;
+}
+
+void CTextInput::SetWindow(const char* current, const char* end) {
+    Settle();
+    m_pWindow = current;
+    m_pWindowEnd = end;
+    m_pSettled = current;
+    SetFastEnd();
+}
+
+long long CTextInput::ReadBehindFastPath() {
+    return m_pWindow != m_pFastEnd ? ReadFromWindow() : ReadByGrammar();
+}
+
+long long CTextInput::ReadWithLocationBehindFastPath(CQVTextLocation& location) {
+    if (m_pWindow == m_pFastEnd || location.GetSourceNameRef() != m_Location.GetSourceNameRef())
+        return ReadWithLocationByGrammar(location);
+    location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
+    return ReadFromWindow();
+}
+
+long long CTextInput::ReadWithLocationByGrammar(CQVTextLocation& location) {
+    if (m_PushBack.IsEmpty())
+        GetLocation(location);
+    else
+        location = m_PushBack.Top().m_Location;
+    return ReadByGrammar();
+}
+
+// The whole rule, one step after the other.
+long long CTextInput::ReadByGrammar() {
+    if (!m_PushBack.IsEmpty()) {
+        const int codePoint = m_PushBack.Top().m_CodePoint;
+        m_PushBack.Pop();
+        SetFastEnd();
+        return codePoint;
+    }
+    Settle();
+    int raw;
+    if (!ReadRaw(raw))
+        return NothingRead;
+    // The line feed of a CR LF; its newline was delivered with the carriage return.
+    if (raw == 10 && m_PreviousCodePoint == 13 && !ReadRaw(raw))
+        return NothingRead;
+    m_PreviousCodePoint = raw;
+    const int codePoint = IsForeignNewline(raw) ? 10 : raw;
+    if (m_pWindow)
+        m_Location.IncrementByCodePoint(codePoint);
+    else
+        IncrementPosition(codePoint);
+    return codePoint;
+}

@@ -21,7 +21,7 @@ show "The table is plain files. Each one is named after the span of time that it
     history files "$folder"
 show "Names, sizes and counts agree: nothing is missing, torn or overlapping." \
     history validate "$folder"
-show "The last values, in the order in which they were recorded." \
+show "Some values of the last second, in the order in which they were recorded." \
     history read "$folder" --last 1s --limit 12
 show "What each second was like: how many values, the smallest, the mean and the largest." \
     history stats "$folder" --every 1s --tag cpu.all

@@ -1,0 +1,52 @@
+// Runs the qv program as users do, in a folder of its own.
+#pragma once
+
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+class QvProgram : public testing::Test {
+protected:
+    struct Result {
+        int m_ExitCode;
+        std::string m_Out;
+        std::string m_Error;
+    };
+
+    // `arguments` go through the shell, in the test's folder; `before` stands in front of the program: a pipe into
+    // it, or a limit.
+    Result Run(const std::string& arguments, const std::string& before = "") {
+        const std::string command = "cd '" + m_Folder.GetPath() + "' && " + before + " '" QV_PROGRAM "' " +
+                                    arguments + " >out.txt 2>err.txt";
+        const int status = std::system(command.c_str());
+        // The shell's exit code is in the second byte of what it leaves behind.
+        return {status % 256 == 0 ? status / 256 : -1, m_Folder.Read("out.txt"), m_Folder.Read("err.txt")};
+    }
+
+    // Runs a command that must succeed and say nothing on the error stream; returns what it printed.
+    std::string Do(const std::string& arguments, const std::string& before = "") {
+        const Result result = Run(arguments, before);
+        EXPECT_EQ(result.m_ExitCode, 0) << arguments << "\n" << result.m_Error;
+        EXPECT_EQ(result.m_Error, "") << arguments;
+        return result.m_Out;
+    }
+
+    // Makes the table "t" from CSV text.
+    void Import(const std::string& csv) {
+        m_Folder.Write("in.csv", csv);
+        Do("history import t in.csv");
+    }
+
+    TemporaryFolder m_Folder;
+};
+
+// The number behind "name": in a line of JSON.
+inline long long JsonNumber(const std::string& json, const std::string& name) {
+    const std::size_t position = json.find("\"" + name + "\":");
+    return position == std::string::npos ? -1 : std::atoll(json.c_str() + position + name.size() + 3);
+}

@@ -1,0 +1,13 @@
+#include "History.h"
+
+#include <CLI/CLI.hpp>
+
+void AddHistoryCommands(CLI::App& app, ToolContext& context) {
+    CLI::App* const history = app.add_subcommand("history", "Record, keep and read back time-stamped values");
+    history->require_subcommand(1);
+    AddHistoryRecordCommand(*history, context);
+    AddHistoryImportCommand(*history, context);
+    AddHistoryReadCommands(*history, context);
+    AddHistoryPlotCommand(*history, context);
+    AddHistoryFilesCommands(*history, context);
+}

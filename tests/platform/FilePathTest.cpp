@@ -4,6 +4,7 @@
 #include "support/TemporaryFolder.h"
 
 #include <cerrno>
+#include <gmock/gmock.h>
 
 using testing::ElementsAre;
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <gmock/gmock.h>
 #include <memory>
 #include <random>
 

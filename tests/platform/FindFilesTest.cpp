@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
+#include <gmock/gmock.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <gtest/gtest.h>
 #include <thread>
 #include <vector>
 

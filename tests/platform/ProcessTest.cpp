@@ -3,6 +3,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <thread>
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <ctime>
+#include <gtest/gtest.h>
 #include <random>
 
 namespace {

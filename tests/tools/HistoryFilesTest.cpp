@@ -1,6 +1,7 @@
 #include "QvProgram.h"
 
 #include <QVPlatform/FileLock.h>
+#include <gmock/gmock.h>
 
 using testing::HasSubstr;
 

@@ -3,6 +3,7 @@
 #include "Trend.h"
 
 #include <cmath>
+#include <gmock/gmock.h>
 
 using testing::HasSubstr;
 using testing::Not;

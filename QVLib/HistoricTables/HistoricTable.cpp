@@ -32,8 +32,7 @@ void CHistoricTable::Release() {
 void CHistoricTable::InitialiseFromPath(const CQVFilePath& path) {
     const WriteLockGuard lock(*this);
     m_Path = path;
-    RecoverInterruptedSplit();
-    BuildFileMap();
+    m_FolderError = ReadFolder();
 }
 
 void CHistoricTable::InitialiseForReading(const CQVFilePath& path) {
@@ -118,6 +117,30 @@ void CHistoricTable::GetFiles(std::vector<HistoricFile>& files) const {
         files.push_back({file.m_Start, file.m_Duration, file.m_NumRecords,
                          __atomic_load_n(&file.m_NumRecordsSent, __ATOMIC_RELAXED),
                          file.m_NumRecordsTransferred});
+}
+
+// Both steps always: what the second finds is there to be read although the first failed.
+int CHistoricTable::ReadFolder() {
+    const int splitError = RecoverInterruptedSplit();
+    const int listError = BuildFileMap();
+    return splitError != 0 ? splitError : listError;
+}
+
+// Makes up for a start-up that could not read everything: choosing files and erasing them by a map that lacks
+// some would hide records or lose them. False when it still cannot be done; nothing may be changed then.
+bool CHistoricTable::EnsureFolderIsRead(COutputLog* log) {
+    if (m_FolderError != 0) {
+        m_Files.clear();
+        m_FolderError = ReadFolder();
+    }
+    SayPendingNotes(log);
+    if (m_FolderError == 0)
+        return true;
+    char text[256];
+    QVFormatMessage(m_FolderError, text, sizeof text);
+    log->PrintError("Read folder '%s' returns: %s", m_Path.GetPathCStr(), text);
+    m_pErrorSummary->AddFileSystemError(m_FolderError);
+    return false;
 }
 
 void CHistoricTable::SayPendingNotes(COutputLog* log) {

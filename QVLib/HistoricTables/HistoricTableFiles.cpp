@@ -5,6 +5,7 @@
 #include <QVPlatform/FindFiles.h>
 #include <QVPlatform/Format.h>
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 
 namespace {
@@ -37,8 +38,9 @@ TimestampStruct FieldsOf(long long time) {
     return fields;
 }
 
-// The folder's candidates: sizes by name.
-std::map<qvstring, long long> ListFiles(const CQVFilePath& directory) {
+// The folder's candidates: sizes by name. `error` is the errno of a list that is not complete, else 0; a folder
+// that is missing holds nothing.
+std::map<qvstring, long long> ListFiles(const CQVFilePath& directory, int& error) {
     std::map<qvstring, long long> sizes;
     CQVFilePath pattern = directory;
     pattern.AppendFileName(kHistoricFilePattern);
@@ -48,6 +50,9 @@ std::map<qvstring, long long> ListFiles(const CQVFilePath& directory) {
         find.GetName(name);
         sizes[name] = find.GetSize64();
     }
+    error = find.GetLastError();
+    if (error == ENOENT || error == ENOTDIR)
+        error = 0;
     return sizes;
 }
 
@@ -116,16 +121,21 @@ bool CHistoricTable::HistoricFile::OverlapsSearchRange(long long from, long long
     return to >= m_Start && GetEnd() >= from;
 }
 
-void CHistoricTable::BuildFileMap() {
+// Returns 0, or the errno of what kept the map from being complete.
+int CHistoricTable::BuildFileMap() {
     // Another process may begin or end a split while the folder is listed: ask for its journal on both sides.
-    const CQVSplitJournal journal(m_pFileSystem, m_Path);
+    CQVSplitJournal journal(m_pFileSystem, m_Path);
     CQVSplitJournal::Split split;
-    const bool bSplitBefore = journal.Read(split) == CQVSplitJournal::State::Complete;
-    std::map<qvstring, long long> sizes = ListFiles(m_Path);
-    if (bSplitBefore)
+    const CQVSplitJournal::State before = journal.Read(split);
+    int error = 0;
+    std::map<qvstring, long long> sizes = ListFiles(m_Path, error);
+    if (before == CQVSplitJournal::State::Complete)
         HideCopies(split, sizes);
-    if (journal.Read(split) == CQVSplitJournal::State::Complete)
+    const CQVSplitJournal::State after = journal.Read(split);
+    if (after == CQVSplitJournal::State::Complete)
         HideCopies(split, sizes);
+    if (before == CQVSplitJournal::State::Unreadable || after == CQVSplitJournal::State::Unreadable)
+        error = journal.GetLastError();
 
     // In order of their names, so that one folder always gives the same map whatever order the system lists
     // it in.
@@ -137,6 +147,7 @@ void CHistoricTable::BuildFileMap() {
         AddNewFile(start.GetValue(), end.GetValue())->second.m_NumRecords =
             static_cast<unsigned int>(std::min<long long>(size / m_RecordSize, UINT_MAX));
     }
+    return error;
 }
 
 CHistoricTable::FileMap::iterator CHistoricTable::AddNewFile(long long start, long long end) {
@@ -157,6 +168,8 @@ CHistoricTable::FileMap::iterator CHistoricTable::AddNewTargetFile(long long sta
     const auto existing = m_Files.find(end);
     if (existing != m_Files.end() && existing->second.m_NumRecords != 0)
         return existing;
+    if (existing == m_Files.end() && HasFileOfSameName(start, end))
+        return m_Files.end();
     return AddNewFile(start, end);
 }
 
@@ -176,8 +189,10 @@ CHistoricTable::FileMap::iterator CHistoricTable::FindTargetFile(long long times
         const long long start = std::max(m_Files.rbegin()->first, floor);
         return AddNewTargetFile(start, SaturatingSum(start, FilePeriod));
     }
-    if (timestamp >= next->second.m_Start)
-        return next;
+    if (timestamp >= next->second.m_Start) {
+        // A name with characters that are no digits may have stood for years that no name can be written for.
+        return qv_historic_span_has_name(next->second.m_Start, next->first) ? next : m_Files.end();
+    }
     return AddNewTargetFile(floor, next->second.m_Start);
 }
 

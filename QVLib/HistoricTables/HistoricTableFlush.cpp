@@ -138,12 +138,15 @@ bool CHistoricTable::AppendSession::SelectFile(long long timestamp) {
 bool CHistoricTable::AppendSession::OpenForAppend(HistoricFile& file, OpenFile& open) {
     open.object.reset(m_Table.m_pFileSystem->CreateFileObject());
     file.GetFilePath(m_Table.m_Path, open.path);
-    if (!open.object->OpenFileForAppend(open.path) || (open.size = open.object->GetFileSize()) < 0 ||
-        !AlignToRecords(file, open)) {
-        Fail("Open file '%s' (Append) returns: %s", open);
-        return false;
+    if (open.object->OpenFileForAppend(open.path)) {
+        open.size = open.object->GetFileSize();
+        if (open.size < 0)
+            open.object->SetLastError(EIO); // which the object does not tell
+        else if (AlignToRecords(file, open))
+            return true;
     }
-    return true;
+    Fail("Open file '%s' (Append) returns: %s", open);
+    return false;
 }
 
 // Records behind a torn one would be unreadable, so the tail that a crash or a full disk left is cut first.
@@ -203,8 +206,8 @@ unsigned int CHistoricTable::FlushRecords(COutputLog* log) {
     {
         const LossCounter loss(*m_pErrorSummary, records.GetSize(), written);
         const WriteLockGuard lock(*this);
-        SayPendingNotes(log);
-        FlushListOfCachedRecord(log, records, written);
+        if (EnsureFolderIsRead(log))
+            FlushListOfCachedRecord(log, records, written);
     }
     RecycleBlocks(records);
     return static_cast<unsigned int>(written);

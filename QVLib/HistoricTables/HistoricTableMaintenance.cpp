@@ -12,7 +12,8 @@ void CHistoricTable::HouseKeepFiles(COutputLog* log, unsigned int targetNumberOf
 
 int CHistoricTable::TrimFilesToGetTargetNumberOfRecords(COutputLog* log, unsigned int targetNumberOfRecords) {
     const WriteLockGuard lock(*this);
-    SayPendingNotes(log);
+    if (!EnsureFolderIsRead(log))
+        return 0;
     UndoUnfinishedSplit();
 
     // From the newest file backwards: the one that makes the sum exceed the target is the oldest to keep.
@@ -31,16 +32,19 @@ int CHistoricTable::TrimFilesToGetTargetNumberOfRecords(COutputLog* log, unsigne
         file->second.GetFilePath(m_Path, path);
         // An entry whose file never came to be (its first write failed) must not keep all newer files for
         // ever.
-        const bool bErased = path.EraseFile() || (path.GetLastError() == ENOENT && records == 0);
+        // Copies that an unfinished split has left would count as its records once it is gone.
+        const bool bHasCopies = m_UnfinishedSplit && m_UnfinishedSplit->m_End == file->first;
+        const bool bErased =
+            !bHasCopies && (path.EraseFile() || (path.GetLastError() == ENOENT && records == 0));
         if (!bErased) {
             log->Print("Error deleting expired file '%s'", name);
             break;
         }
-        log->Print("Deleted expired file '%s' (%d records)", name, static_cast<int>(records));
-        const long long end = file->first;
+        const HistoricFile deletedFile = file->second;
         m_Files.erase(file);
         if (IsStandbyTransferActive())
-            NoteDeletionForStandby(end);
+            NoteDeletionForStandby(deletedFile);
+        log->Print("Deleted expired file '%s' (%d records)", name, static_cast<int>(records));
         ++deleted;
     }
     return deleted;
@@ -117,6 +121,12 @@ bool CHistoricTable::FindUnexpectedFiles(COutputLog& log) const {
         log.PrintError("** Unexpected file '%s' found", name.c_str());
         bResult = false;
     }
+    if (const int error = find.GetLastError(); error != 0 && error != ENOENT && error != ENOTDIR) {
+        char text[256];
+        find.GetLastErrorString(text, sizeof text);
+        log.PrintError("** Folder could not be listed: %s", text);
+        bResult = false;
+    }
     return bResult;
 }
 
@@ -126,8 +136,12 @@ void CHistoricTable::DeleteAll() {
         FreeListOfCachedRecord(m_CachedRecords);
     }
     const WriteLockGuard lock(*this);
+    if (m_FolderError != 0)
+        m_FolderError = ReadFolder();
     UndoUnfinishedSplit();
     for (const auto& [end, file] : m_Files) {
+        if (m_UnfinishedSplit && m_UnfinishedSplit->m_End == end)
+            continue; // its copies would count as its records once it is gone
         CQVFilePath path;
         file.GetFilePath(m_Path, path);
         path.EraseFile();

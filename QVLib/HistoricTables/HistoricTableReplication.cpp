@@ -23,6 +23,14 @@ bool SeekFile(QVFileInterface& file, unsigned long long offset) {
     return true;
 }
 
+// The records of a file that the standby lacks. None of a file whose span is empty: records of before time
+// stamp 0 can end up in one, and as a standby refuses it, it would hold up everything else.
+unsigned int RecordsToTransfer(const CHistoricTable::HistoricFile& file) {
+    if (file.m_Duration <= 0 || file.m_NumRecordsTransferred >= file.m_NumRecords)
+        return 0;
+    return file.m_NumRecords - file.m_NumRecordsTransferred;
+}
+
 } // namespace
 
 const char* CHistoricTable::GetTransferStateText(TransferState state) {
@@ -66,7 +74,7 @@ bool CHistoricTable::HasDataToTransfer() const {
         return false;
     return !m_DeletedFiles.empty() || !m_SplitCommands.empty() ||
            std::any_of(m_Files.begin(), m_Files.end(), [](const FileMap::value_type& entry) {
-               return entry.second.m_NumRecordsTransferred < entry.second.m_NumRecords;
+               return RecordsToTransfer(entry.second) != 0;
            });
 }
 
@@ -87,11 +95,9 @@ bool CHistoricTable::MainGetNextStandbyRequestForUpdate(unsigned short, CBinaryO
 
     unsigned int budget = kUpdateBytes / m_RecordSize;
     for (auto& [end, file] : m_Files) {
-        if (file.m_NumRecordsTransferred >= file.m_NumRecords)
-            continue;
-        const unsigned int wanted = std::min(file.m_NumRecords - file.m_NumRecordsTransferred, budget);
+        const unsigned int wanted = std::min(RecordsToTransfer(file), budget);
         if (wanted == 0)
-            break;
+            continue;
         const unsigned int sent = WriteFileBlock(file, wanted, out);
         // Others may look at the count while this thread, alone, changes it under the read lock.
         __atomic_store_n(&file.m_NumRecordsSent, sent, __ATOMIC_RELAXED);
@@ -240,7 +246,7 @@ void CHistoricTable::NoteSplitForStandby(const HistoricFile& oldFile, long long 
     HistoricFile& second = m_Files.at(oldFile.GetEnd());
     if (!bInTimeOrder) {
         // Which of the records the standby holds cannot be told from a count: it gets both halves anew.
-        NoteDeletionForStandby(oldFile.GetEnd());
+        NoteDeletionForStandby(oldFile);
         first.m_NumRecordsSent = first.m_NumRecordsTransferred = 0;
         second.m_NumRecordsSent = second.m_NumRecordsTransferred = 0;
         return;
@@ -253,25 +259,33 @@ void CHistoricTable::NoteSplitForStandby(const HistoricFile& oldFile, long long 
     first.m_NumRecordsSent = second.m_NumRecordsSent = 0;
 }
 
-// Notes that the standby must delete the file that ends at `end`.
+// Notes that the standby must delete a file that is no more.
 //
 // The standby deletes before it splits. Where the file came out of splits that the standby has still to
 // repeat, it does not know it yet and would bring it back, or delete the whole original with it. It is then
 // told to delete the original instead, and gets all that is left of it anew.
-void CHistoricTable::NoteDeletionForStandby(long long end) {
-    const auto original =
-        std::find_if(m_SplitCommands.begin(), m_SplitCommands.end(), [end](const SplitCommand& command) {
-            return command.m_Start < end && end <= command.m_End;
-        });
-    if (original == m_SplitCommands.end()) {
-        m_DeletedFiles.push_back(end);
-        return;
+void CHistoricTable::NoteDeletionForStandby(const HistoricFile& file) {
+    long long start = file.m_Start;
+    long long end = file.GetEnd();
+    // While a reply is awaited no split is pending: the standby has it by now, or it is forgotten with the
+    // reply.
+    if (m_TransferState == TransferStateActiveWaiting) {
+        for (auto command = m_SplitCommands.rbegin(); command != m_SplitCommands.rend(); ++command) {
+            if (command->MakesPiece(start, end)) {
+                start = command->m_Start;
+                end = command->m_End;
+            }
+        }
+        if (start != file.m_Start || end != file.GetEnd())
+            ForgetSplitsOf(start, end);
     }
+    m_DeletedFiles.push_back(end);
+}
 
-    // Repeat the splits of the original on its span, dropping them.
-    const long long originalEnd = original->m_End;
-    std::map<long long, long long> pieces{{original->m_End, original->m_Start}}; // start by end
-    for (auto command = original; command != m_SplitCommands.end();) {
+// Drops the pending splits of a file, and of its pieces; what is left of it is to be sent anew.
+void CHistoricTable::ForgetSplitsOf(long long start, long long end) {
+    std::map<long long, long long> pieces{{end, start}}; // start by end
+    for (auto command = m_SplitCommands.begin(); command != m_SplitCommands.end();) {
         const auto piece = pieces.find(command->m_End);
         if (piece == pieces.end() || piece->second != command->m_Start) {
             ++command;
@@ -281,7 +295,6 @@ void CHistoricTable::NoteDeletionForStandby(long long end) {
         piece->second = command->m_SplitTimestamp;
         command = m_SplitCommands.erase(command);
     }
-    m_DeletedFiles.push_back(originalEnd);
     for (const auto& [pieceEnd, pieceStart] : pieces) {
         const auto file = m_Files.find(pieceEnd);
         if (file != m_Files.end() && file->second.m_Start == pieceStart)

@@ -14,14 +14,10 @@
 
 namespace {
 
-// What to do about a split journal found at start-up.
-enum class OldFileState { Present, Gone, Unknown };
-
-OldFileState ExamineOldFile(QVFileSystemInterface* fileSystem, const CQVFilePath& path) {
+// 0 when the file is there, ENOENT when it is not, another errno when that cannot be told.
+int ExamineFile(QVFileSystemInterface* fileSystem, const CQVFilePath& path) {
     const std::unique_ptr<QVFileInterface> file(fileSystem->CreateFileObject());
-    if (file->OpenFileForRead(path, false))
-        return OldFileState::Present;
-    return file->GetLastError() == ENOENT ? OldFileState::Gone : OldFileState::Unknown;
+    return file->OpenFileForRead(path, false) ? 0 : file->GetLastError();
 }
 
 CQVFilePath PathOf(const CHistoricTable::HistoricFile& file, const CQVFilePath& directory) {
@@ -65,7 +61,8 @@ struct CHistoricTable::SplitPlan {
 bool CHistoricTable::SplitLargestFile(COutputLog* log, unsigned int maxRecordsPerFile) {
     const unsigned int threshold = maxRecordsPerFile * 4 / 3;
     const WriteLockGuard lock(*this);
-    SayPendingNotes(log);
+    if (!EnsureFolderIsRead(log))
+        return false;
     auto largest = m_Files.end();
     for (auto file = m_Files.begin(); file != m_Files.end(); ++file) {
         if (file->second.m_Duration > CQVTimeInterval::UnitsPerMinute &&
@@ -93,18 +90,22 @@ bool CHistoricTable::SplitFile(COutputLog* log, FileMap::iterator file, unsigned
     if (split >= file->first)
         return false;
     const SplitPlan plan(file->second, split);
-    if (!SplitInTwo(log, file, contents, plan))
+    if (!SplitInTwo(log, contents, plan))
         return false;
     if (IsStandbyTransferActive())
         NoteSplitForStandby(plan.oldFile, split, contents.m_bInTimeOrder);
+    SaySplit(log, plan, contents);
     return true;
 }
 
 void CHistoricTable::SplitFileAtTimestamp(COutputLog* log, FileMap::iterator file, long long splitTimestamp) {
     QV_ASSERT(m_bFilesWriteLockActive);
     FileContents contents(m_RecordSize);
-    if (ReadFileToSplit(log, file, contents))
-        SplitInTwo(log, file, contents, SplitPlan(file->second, splitTimestamp));
+    if (!ReadFileToSplit(log, file, contents))
+        return;
+    const SplitPlan plan(file->second, splitTimestamp);
+    if (SplitInTwo(log, contents, plan))
+        SaySplit(log, plan, contents);
 }
 
 bool CHistoricTable::ReadFileContents(HistoricFile& file, FileContents& contents) {
@@ -147,34 +148,48 @@ bool CHistoricTable::ReadFileToSplit(COutputLog* log, FileMap::iterator file, Fi
     return false;
 }
 
-bool CHistoricTable::SplitInTwo(COutputLog* log, FileMap::iterator file, const FileContents& contents,
-                                const SplitPlan& plan) {
+void CHistoricTable::SaySplit(COutputLog* log, const SplitPlan& plan, const FileContents& contents) {
+    log->Print("Split %s (%d records) -> %s and %s", plan.oldName.c_str(),
+               static_cast<int>(contents.m_Records.GetSize()), plan.firstName.c_str(),
+               plan.secondName.c_str());
+}
+
+bool CHistoricTable::SplitInTwo(COutputLog* log, const FileContents& contents, const SplitPlan& plan) {
     if (!CheckSplit(log, plan, contents) || !UndoUnfinishedSplit() ||
         !MoveStrayFileAside(log, plan.split.GetFirstHalf()) ||
         !MoveStrayFileAside(log, plan.split.GetSecondHalf()) || !WriteSplitJournal(log, plan))
         return false;
 
-    m_Files.erase(file);
+    // The second half takes over the old file's entry, so going back needs no memory.
     AddNewFile(plan.split.start, plan.split.split);
     AddNewFile(plan.split.split, plan.split.end);
     CQVFilePath oldPath = PathOf(plan.oldFile, m_Path);
-    const bool bWritten = WriteHalves(log, plan, contents);
-    if (!bWritten || !EraseSplitFile(log, oldPath)) {
-        log->Print("Split %s (%d records) FAILED", plan.oldName.c_str(),
-                   static_cast<int>(contents.m_Records.GetSize()));
-        m_Files.erase(plan.split.split);
-        m_Files[plan.split.end] = plan.oldFile;
-        UndoUnfinishedSplit();
+    bool bDone = false;
+    try {
+        bDone = WriteHalves(log, plan, contents) && EraseSplitFile(log, oldPath);
+        if (!bDone)
+            log->Print("Split %s (%d records) FAILED", plan.oldName.c_str(),
+                       static_cast<int>(contents.m_Records.GetSize()));
+    } catch (...) {
+        GoBackToOldFile(plan);
+        throw;
+    }
+    if (!bDone) {
+        GoBackToOldFile(plan);
         return false;
     }
-    log->Print("Split %s (%d records) -> %s and %s", plan.oldName.c_str(),
-               static_cast<int>(contents.m_Records.GetSize()), plan.firstName.c_str(),
-               plan.secondName.c_str());
+    // From here on the halves are what counts.
+    m_UnfinishedSplit.reset();
     // The journal may go only once the old file can no longer come back. If it stays, it says what is true.
     if (m_Path.SyncFolder())
         CQVSplitJournal(m_pFileSystem, m_Path).Erase();
-    m_UnfinishedSplit.reset();
     return true;
+}
+
+void CHistoricTable::GoBackToOldFile(const SplitPlan& plan) {
+    m_Files.erase(plan.split.split);
+    m_Files.at(plan.split.end) = plan.oldFile;
+    UndoUnfinishedSplit();
 }
 
 // A split is refused unless it yields two files that every record finds its way to and whose names are free.
@@ -258,14 +273,13 @@ bool CHistoricTable::MoveStrayFileAside(COutputLog* log, const HistoricFile& fil
 
 bool CHistoricTable::WriteSplitJournal(COutputLog* log, const SplitPlan& plan) {
     CQVSplitJournal journal(m_pFileSystem, m_Path);
-    CQVError error;
-    if (journal.Write(plan.split, error)) {
-        m_UnfinishedSplit = SplitCommand{plan.split.start, plan.split.end, plan.split.split};
+    m_UnfinishedSplit = SplitCommand{plan.split.start, plan.split.end, plan.split.split};
+    if (journal.Write(plan.split))
         return true;
-    }
-    log->PrintError("Write file '%s' returns: %s", journal.GetPath().GetPathCStr(), ErrorText(error).c_str());
-    m_pErrorSummary->AddFileSystemError(error.GetLastError());
-    journal.Erase();
+    log->PrintError("Write file '%s' returns: %s", journal.GetPath().GetPathCStr(),
+                    ErrorText(journal).c_str());
+    m_pErrorSummary->AddFileSystemError(journal.GetLastError());
+    UndoUnfinishedSplit();
     return false;
 }
 
@@ -283,36 +297,33 @@ bool CHistoricTable::UndoUnfinishedSplit() {
     return true;
 }
 
-// At start-up, before the map is built.
-void CHistoricTable::RecoverInterruptedSplit() {
+// At start-up, before the map is built. Returns 0, or the errno of what kept it from finding out.
+int CHistoricTable::RecoverInterruptedSplit() {
     CQVSplitJournal journal(m_pFileSystem, m_Path);
     CQVSplitJournal::Split split;
     switch (journal.Read(split)) {
     case CQVSplitJournal::State::None:
-        return;
+        return 0;
     case CQVSplitJournal::State::Unfinished:
         journal.Erase();
-        return;
+        return 0;
     case CQVSplitJournal::State::Unreadable:
-        m_PendingNotes.push_back("The journal '" + journal.GetPath().GetPath() + "' cannot be read");
-        return;
+        return journal.GetLastError();
     case CQVSplitJournal::State::Complete:
         break;
     }
     const qvstring name = NameOf(split.GetOldFile());
-    switch (ExamineOldFile(m_pFileSystem, PathOf(split.GetOldFile(), m_Path))) {
-    case OldFileState::Present:
+    const int error = ExamineFile(m_pFileSystem, PathOf(split.GetOldFile(), m_Path));
+    if (error == 0) {
         m_UnfinishedSplit = SplitCommand{split.start, split.end, split.split};
         m_PendingNotes.push_back("The split of " + name + " was interrupted and is undone" +
                                  (UndoUnfinishedSplit() ? "" : ", but its halves could not be erased yet"));
-        break;
-    case OldFileState::Gone:
-        m_PendingNotes.push_back("The split of " + name + " was interrupted and is complete");
-        if (m_Path.SyncFolder())
-            journal.Erase();
-        break;
-    case OldFileState::Unknown:
-        m_PendingNotes.push_back("The split of " + name + " was interrupted and the file cannot be examined");
-        break;
+        return 0;
     }
+    if (error != ENOENT)
+        return error;
+    m_PendingNotes.push_back("The split of " + name + " was interrupted and is complete");
+    if (m_Path.SyncFolder())
+        journal.Erase();
+    return 0;
 }

@@ -71,11 +71,12 @@ bool CHistoricTable::StandbyProcessRequest(COutputLog* log, unsigned short chann
     bool bResult = true;
     {
         const WriteLockGuard lock(*this);
-        SayPendingNotes(&messages);
         try {
             unsigned char type = 0;
             in >> type;
-            if (type == TransferTypeQueryState) {
+            if (!EnsureFolderIsRead(&messages)) {
+                bResult = false;
+            } else if (type == TransferTypeQueryState) {
                 StandbyProcessRequestQueryState(channel, out);
             } else if (type == TransferTypeUpdate) {
                 recordsAdded += StandbyProcessRequestUpdate(&messages, channel, in, out);
@@ -106,6 +107,9 @@ void CHistoricTable::StandbyProcessRequestQueryState(unsigned short, CBinaryOutp
 
 unsigned int CHistoricTable::StandbyProcessRequestUpdate(COutputLog* log, unsigned short, CBinaryInput& in,
                                                          CBinaryOutput& out) {
+    // What is left of a split that failed must not outlive the file that it is a copy of, nor be appended to.
+    if (!UndoUnfinishedSplit())
+        throw std::runtime_error("HistoricTable unfinished split cannot be undone");
     for (unsigned int count = ReadCount(in); count > 0; --count)
         StandbyDeleteFile(log, in.ReadInt64());
     for (unsigned int count = ReadCount(in); count > 0; --count) {

@@ -29,25 +29,25 @@ CQVSplitJournal::CQVSplitJournal(QVFileSystemInterface* fileSystem, const CQVFil
     m_Path.AppendFileName("split.journal");
 }
 
-bool CQVSplitJournal::Write(const Split& split, CQVError& error) const {
+bool CQVSplitJournal::Write(const Split& split) {
     char line[kMaxLength];
     const unsigned int length = qv_sprintf(line, sizeof line, "%s %lld %lld %lld\n", kKeyword.data(),
                                            split.start, split.split, split.end);
     const std::unique_ptr<QVFileInterface> file(m_pFileSystem->CreateFileObject());
     if (file->OpenFileForWrite(m_Path) && file->WriteBytes(line, length) && file->CloseFile())
         return true;
-    error.PropagateErrorFrom(*file);
+    PropagateErrorFrom(*file);
     return false;
 }
 
-CQVSplitJournal::State CQVSplitJournal::Read(Split& split) const {
+CQVSplitJournal::State CQVSplitJournal::Read(Split& split) {
     char line[kMaxLength];
     unsigned int length = 0;
     const std::unique_ptr<QVFileInterface> file(m_pFileSystem->CreateFileObject());
-    if (!file->OpenFileForRead(m_Path, false))
-        return file->GetLastError() == ENOENT ? State::None : State::Unreadable;
-    if (!file->ReadBytes(line, sizeof line, length))
-        return State::Unreadable;
+    if (!file->OpenFileForRead(m_Path, false) || !file->ReadBytes(line, sizeof line, length)) {
+        PropagateErrorFrom(*file);
+        return m_Path.FileExists() ? State::Unreadable : State::None;
+    }
     std::string_view text(line, length);
     if (!text.starts_with(kKeyword))
         return State::Unfinished;

@@ -7,7 +7,8 @@
 
 #include <QVLib/HistoricTables/HistoricTable.h>
 
-class CQVSplitJournal {
+// Errors are left in the object (CQVError).
+class CQVSplitJournal : public CQVError {
 public:
     // The split of [start, end) at `split`.
     struct Split {
@@ -24,16 +25,16 @@ public:
 
     const CQVFilePath& GetPath() const { return m_Path; }
 
-    // Writes the journal and closes it, which syncs it. False with the reason in `error`; a part may be left.
-    bool Write(const Split& split, CQVError& error) const;
+    // Writes the journal and closes it, which syncs it. When it fails, a part may be left.
+    bool Write(const Split& split);
     enum class State {
         None,       // no journal
         Unfinished, // left before any file was touched
         Complete,   // names a split
-        Unreadable, // there, or so it seems, but it could not be read
+        Unreadable, // there, but it could not be read
     };
     // Reads the journal; `split` is set when it is complete.
-    State Read(Split& split) const;
+    State Read(Split& split);
     // True when no journal is left.
     bool Erase();
 

@@ -170,7 +170,9 @@ public:
 
     // Adopts a folder and the files in it. Files whose names are none of a table's are passed over; a missing
     // folder gives an empty table. Call once, before anything else. A split that a crash interrupted is
-    // completed or undone; the next operation that has a log says so there.
+    // completed or undone; the next operation that has a log says so there. A folder that is there but cannot be
+    // read is read by the next operation that would change it; while that fails, flushed records are lost, with
+    // a line in the log.
     void InitialiseFromPath(const CQVFilePath& path);
     // The same for a folder that another process may be changing: nothing in it is touched, and of an
     // interrupted split only the valid side is seen. The table must then only be read, validated or listed.
@@ -288,6 +290,11 @@ protected:
         long long m_Start = 0; // span of the file that was split
         long long m_End = 0;
         long long m_SplitTimestamp = 0;
+
+        // True when the file of that span is one of the two halves.
+        bool MakesPiece(long long start, long long end) const {
+            return (start == m_Start && end == m_SplitTimestamp) || (start == m_SplitTimestamp && end == m_End);
+        }
     };
 
     // One file, read whole.
@@ -338,7 +345,10 @@ private:
     class WriteLockGuard;
 
     // Store.
-    void BuildFileMap();
+    int ReadFolder();
+    int BuildFileMap();
+    bool EnsureFolderIsRead(COutputLog* log);
+    int m_FolderError = 0; // errno while the map does not stand for the folder; guarded by m_FilesLock
     FileMap::iterator FindTargetFile(long long timestamp);
     FileMap::iterator AddNewTargetFile(long long start, long long end);
     void QueueRecordInNewBlock(long long timestamp, const void* record);
@@ -353,8 +363,9 @@ private:
 
     // Splitting.
     bool ReadFileToSplit(COutputLog* log, FileMap::iterator file, FileContents& contents);
-    bool SplitInTwo(COutputLog* log, FileMap::iterator file, const FileContents& contents,
-                    const SplitPlan& plan);
+    bool SplitInTwo(COutputLog* log, const FileContents& contents, const SplitPlan& plan);
+    void GoBackToOldFile(const SplitPlan& plan);
+    static void SaySplit(COutputLog* log, const SplitPlan& plan, const FileContents& contents);
     bool CheckSplit(COutputLog* log, const SplitPlan& plan, const FileContents& contents) const;
     bool WriteHalves(COutputLog* log, const SplitPlan& plan, const FileContents& contents);
     bool CreateIfEmpty(COutputLog* log, const HistoricFile& file);
@@ -362,12 +373,13 @@ private:
     bool MoveStrayFileAside(COutputLog* log, const HistoricFile& file);
     bool WriteSplitJournal(COutputLog* log, const SplitPlan& plan);
     bool UndoUnfinishedSplit();
-    void RecoverInterruptedSplit();
+    int RecoverInterruptedSplit();
     std::optional<SplitCommand> m_UnfinishedSplit; // its journal is on the disk; guarded by m_FilesLock
 
     // Replication, main.
     void NoteSplitForStandby(const HistoricFile& oldFile, long long split, bool bInTimeOrder);
-    void NoteDeletionForStandby(long long end);
+    void NoteDeletionForStandby(const HistoricFile& file);
+    void ForgetSplitsOf(long long start, long long end);
     bool HasDataToTransfer() const;
     bool MainGetNextStandbyRequestForUpdate(unsigned short channel, CBinaryOutput& out);
     unsigned int WriteFileBlock(const HistoricFile& file, unsigned int wanted, CBinaryOutput& out);

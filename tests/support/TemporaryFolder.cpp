@@ -12,7 +12,15 @@
 
 namespace fs = std::filesystem;
 
-TemporaryFolder::TemporaryFolder() : m_Path(testing::TempDir() + "qvtest-XXXXXX") {
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(testing::TempDir()) {}
+
+TemporaryFolder TemporaryFolder::InMemory() {
+    const std::string shared = "/dev/shm/";
+    std::error_code missing;
+    return TemporaryFolder(fs::is_directory(shared, missing) ? shared : testing::TempDir());
+}
+
+TemporaryFolder::TemporaryFolder(const std::string& parent) : m_Path(parent + "qvtest-XXXXXX") {
     if (!mkdtemp(m_Path.data()))
         throw std::system_error(errno, std::generic_category(), m_Path);
 }

@@ -14,6 +14,8 @@
 class TemporaryFolder {
 public:
     TemporaryFolder();
+    // The same in memory, where the system has a place for that: for tests that sync thousands of small files.
+    static TemporaryFolder InMemory();
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
@@ -37,5 +39,7 @@ public:
     void Empty() const;
 
 private:
+    explicit TemporaryFolder(const std::string& parent);
+
     std::string m_Path;
 };

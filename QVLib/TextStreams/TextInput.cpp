@@ -12,20 +12,44 @@ bool IsForeignNewline(int codePoint) {
     return codePoint == 13 || codePoint == 0x85 || codePoint == 0x2028 || codePoint == 0x2029;
 }
 
-// Neither a newline nor part of a longer sequence.
-bool IsPlainAscii(char byte) {
-    return static_cast<signed char>(byte) >= 0 && byte != 10 && byte != 13;
+constexpr std::uint64_t EachByte = 0x0101010101010101;
+
+// Marks, by its top bit, each byte that equals `byte`, and now and then one behind a marked one.
+std::uint64_t MarkEqual(std::uint64_t word, char byte) {
+    const std::uint64_t difference = word ^ (EachByte * static_cast<unsigned char>(byte));
+    return (difference - EachByte) & ~difference;
 }
 
-// The end of the plain ASCII that starts at `current`. Eight bytes at a time: the subtraction borrows into
-// the top bit of each byte below 14, so a word without a top bit holds nothing to stop at. A marked byte may
-// still be plain (a tab) and is then stepped over.
-const char* EndOfPlainAscii(const char* current, const char* end) {
-    constexpr std::uint64_t EachByte = 0x0101010101010101;
+// ASCII up to a newline.
+struct PlainAscii {
+    // Neither a newline nor part of a longer sequence.
+    bool IsMember(char byte) const { return static_cast<signed char>(byte) >= 0 && byte != 10 && byte != 13; }
+    // The top bit of each byte that may be no member: the subtraction borrows into the top bit of each byte
+    // below 14.
+    std::uint64_t Mark(std::uint64_t word) const { return (word - EachByte * 14) | word; }
+};
+
+// ASCII up to a newline, a zero or one of two characters.
+struct PlainAsciiBefore {
+    bool IsMember(char byte) const {
+        return PlainAscii().IsMember(byte) && byte != 0 && byte != m_Stop1 && byte != m_Stop2;
+    }
+    std::uint64_t Mark(std::uint64_t word) const {
+        return PlainAscii().Mark(word) | MarkEqual(word, m_Stop1) | MarkEqual(word, m_Stop2);
+    }
+
+    char m_Stop1;
+    char m_Stop2;
+};
+
+// The end of the members that start at `current`, eight bytes at a time: a word without a marked byte holds
+// nothing to stop at. A marked byte may still be a member (a tab) and is then stepped over.
+template<class Set>
+inline const char* EndOfMembers(const char* current, const char* end, Set set) {
     while (end - current >= 8) {
         std::uint64_t word;
         memcpy(&word, current, 8);
-        const std::uint64_t marked = ((word - EachByte * 14) | word) & (EachByte * 0x80);
+        const std::uint64_t marked = set.Mark(word) & (EachByte * 0x80);
         if (marked == 0) {
             current += 8;
             continue;
@@ -33,11 +57,11 @@ const char* EndOfPlainAscii(const char* current, const char* end) {
         current += (std::endian::native == std::endian::little ? std::countr_zero(marked)
                                                                : std::countl_zero(marked)) /
                    8;
-        if (!IsPlainAscii(*current))
+        if (!set.IsMember(*current))
             return current;
         ++current;
     }
-    while (current != end && IsPlainAscii(*current))
+    while (current != end && set.IsMember(*current))
         ++current;
     return current;
 }
@@ -82,16 +106,6 @@ inline void CTextInput::SetFastEnd() {
     m_pFastEnd = m_PushBack.IsEmpty() ? m_pWindowEnd : m_pWindow;
 }
 
-// Exact enough between m_pSettled and m_pWindow: only a carriage return is ever asked for, and none is there.
-inline int CTextInput::GetPreviousCodePoint() const {
-    return m_pWindow == m_pSettled ? m_PreviousCodePoint : m_pWindow[-1];
-}
-
-inline void CTextInput::GetLocation(CQVTextLocation& location) const {
-    location = m_Location;
-    location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
-}
-
 inline void CTextInput::Settle() {
     m_PreviousCodePoint = GetPreviousCodePoint();
     m_Location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
@@ -104,28 +118,20 @@ inline void CTextInput::TakeSequence(int length) {
     m_pWindow += length;
 }
 
-// Takes a line feed that comes next and is a newline of its own.
-inline bool CTextInput::TakeLineFeed() {
-    if (m_pWindow == m_pFastEnd || *m_pWindow != 10 || GetPreviousCodePoint() == 13)
-        return false;
-    m_Location.IncrementByCodePoint(10);
-    m_PreviousCodePoint = 10;
-    m_pSettled = ++m_pWindow;
-    return true;
-}
-
-// Takes everything from the window up to what needs the full grammar: a newline (other than a line feed, if
-// those are welcome) or a malformed byte. Takes nothing while code points are pushed back.
-inline std::string_view CTextInput::TakePlainRun(bool withLineFeeds) {
+// Takes everything from the window up to what needs the full grammar: an ASCII byte outside the set (other than
+// a line feed, if those are welcome), a newline or a malformed byte. Takes nothing while code points are pushed
+// back.
+template<class Set>
+inline std::string_view CTextInput::TakeRun(bool withLineFeeds, Set set) {
     if (!m_PushBack.IsEmpty())
         return {};
     const char* const start = m_pWindow;
     for (;;) {
-        m_pWindow = EndOfPlainAscii(m_pWindow, m_pWindowEnd);
+        m_pWindow = EndOfMembers(m_pWindow, m_pWindowEnd, set);
         if (m_pWindow == m_pWindowEnd)
             break;
         if (static_cast<signed char>(*m_pWindow) >= 0) {
-            if (withLineFeeds && TakeLineFeed())
+            if (withLineFeeds && TakePlainLineFeed())
                 continue;
             break;
         }
@@ -135,6 +141,14 @@ inline std::string_view CTextInput::TakePlainRun(bool withLineFeeds) {
         TakeSequence(sequence.m_Length);
     }
     return std::string_view(start, static_cast<std::size_t>(m_pWindow - start));
+}
+
+inline std::string_view CTextInput::TakePlainRun(bool withLineFeeds) {
+    return TakeRun(withLineFeeds, PlainAscii());
+}
+
+std::string_view CTextInput::TakeTextBefore(char stop1, char stop2) {
+    return TakeRun(true, PlainAsciiBefore{stop1, stop2});
 }
 
 inline bool CTextInput::ReadRaw(int& codePoint) {
@@ -155,7 +169,7 @@ inline long long CTextInput::ReadFromWindow() {
         TakeSequence(sequence.m_Length);
         return sequence.m_CodePoint;
     }
-    return TakeLineFeed() ? 10 : ReadByGrammar();
+    return TakePlainLineFeed() ? 10 : ReadByGrammar();
 }
 
 CharacterAndLocationStack& CharacterAndLocationStack::operator=(const CharacterAndLocationStack& other) {
@@ -210,7 +224,7 @@ bool CTextInput::ReadLine(qvstring& line, bool& endedByNewline) {
         line.append(run);
         anyRead |= !run.empty();
         int codePoint = 10;
-        if (!TakeLineFeed() && !ReadCodePoint(codePoint))
+        if (!TakePlainLineFeed() && !ReadCodePoint(codePoint))
             return anyRead;
         anyRead = true;
         endedByNewline = codePoint == 10;
@@ -254,7 +268,7 @@ unsigned int CTextInput::GetLineCount() {
     for (;;) {
         inLine |= !TakePlainRun(false).empty();
         int codePoint = 10;
-        if (!TakeLineFeed() && !ReadCodePoint(codePoint))
+        if (!TakePlainLineFeed() && !ReadCodePoint(codePoint))
             break;
         inLine = codePoint != 10;
         if (!inLine)

@@ -107,6 +107,24 @@ public:
     void ReplaceCodePoint(int codePoint, const CQVTextLocation& location);
     void ReplaceCodePoint(const UnicodeCharacter& character, const CQVTextLocation& location);
 
+    // For tokenizers: the bytes of UTF-8 that come next, as far as they are in memory, newlines
+    // untranslated. Empty while code points are pushed back, and for inputs without a window. Valid until
+    // the next operation.
+    std::string_view PeekText() const {
+        return std::string_view(m_pWindow, static_cast<std::size_t>(m_pFastEnd - m_pWindow));
+    }
+    // Takes the first `count` bytes of PeekText(). They must be ASCII, and neither 10 nor 13.
+    void TakePlainAscii(unsigned int count) { m_pWindow += count; }
+    // Takes a 10 that PeekText() starts with and that is a newline of its own, not the second half of a CR
+    // LF.
+    bool TakePlainLineFeed();
+    // Takes everything that PeekText() starts with up to the first `stop1` or `stop2` (ASCII), code point
+    // 0, newline other than a line feed, or malformed byte. The result is UTF-8 and valid until the next
+    // operation.
+    std::string_view TakeTextBefore(char stop1, char stop2);
+    // The location of the next code point, as a read would deliver it.
+    void GetNextLocation(CQVTextLocation& location) const;
+
     // Reads up to the next newline, which is consumed and not part of `line`; `endedByNewline` tells whether
     // there was one. False, with an empty line, when nothing is left to read.
     bool ReadLine(qvstring& line, bool& endedByNewline);
@@ -146,6 +164,8 @@ private:
     unsigned int GetColumn() const {
         return m_Location.GetColumn() + static_cast<unsigned int>(m_pWindow - m_pSettled);
     }
+    int GetPreviousCodePoint() const;
+    void GetLocation(CQVTextLocation& location) const;
     long long ReadBehindFastPath();
     long long ReadWithLocationBehindFastPath(CQVTextLocation& location);
     long long ReadByGrammar();
@@ -153,11 +173,10 @@ private:
     // Steps of the operations above, inlined into them and defined in their source only.
     inline long long ReadFromWindow();
     inline bool ReadRaw(int& codePoint);
+    template<class Set>
+    inline std::string_view TakeRun(bool withLineFeeds, Set set);
     inline std::string_view TakePlainRun(bool withLineFeeds);
-    inline bool TakeLineFeed();
     inline void TakeSequence(int length);
-    inline int GetPreviousCodePoint() const;
-    inline void GetLocation(CQVTextLocation& location) const;
     inline void Settle();
     inline void SetFastEnd();
 
@@ -219,6 +238,32 @@ inline bool CTextInput::ReadCodePointWithLocation(UnicodeCharacter& character, C
         return false;
     character.SetCodePoint(codePoint);
     return true;
+}
+
+// Exact enough between m_pSettled and m_pWindow: only a carriage return is ever asked for, and none is there.
+inline int CTextInput::GetPreviousCodePoint() const {
+    return m_pWindow == m_pSettled ? m_PreviousCodePoint : m_pWindow[-1];
+}
+
+inline void CTextInput::GetLocation(CQVTextLocation& location) const {
+    location = m_Location;
+    location.SetLineAndColumn(m_Location.GetLine(), GetColumn());
+}
+
+inline bool CTextInput::TakePlainLineFeed() {
+    if (m_pWindow == m_pFastEnd || *m_pWindow != 10 || GetPreviousCodePoint() == 13)
+        return false;
+    m_Location.IncrementByCodePoint(10);
+    m_PreviousCodePoint = 10;
+    m_pSettled = ++m_pWindow;
+    return true;
+}
+
+inline void CTextInput::GetNextLocation(CQVTextLocation& location) const {
+    if (m_PushBack.IsEmpty())
+        GetLocation(location);
+    else
+        location = m_PushBack.Top().m_Location;
 }
 
 inline void CTextInput::ReplaceCodePoint(int codePoint, const CQVTextLocation& location) {

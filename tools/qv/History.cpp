@@ -10,4 +10,6 @@ void AddHistoryCommands(CLI::App& app, ToolContext& context) {
     AddHistoryReadCommands(*history, context);
     AddHistoryPlotCommand(*history, context);
     AddHistoryFilesCommands(*history, context);
+    AddHistoryReplicationCommands(*history, context);
+    AddHistoryCompareCommand(*history, context);
 }

@@ -16,3 +16,6 @@ void AddHistoryReadCommands(CLI::App& history, ToolContext& context);
 void AddHistoryPlotCommand(CLI::App& history, ToolContext& context);
 // files, validate, housekeep, delete
 void AddHistoryFilesCommands(CLI::App& history, ToolContext& context);
+// standby, replicate
+void AddHistoryReplicationCommands(CLI::App& history, ToolContext& context);
+void AddHistoryCompareCommand(CLI::App& history, ToolContext& context);

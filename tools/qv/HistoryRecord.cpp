@@ -156,9 +156,9 @@ private:
     void ShowLiveLine() {
         if (!qv_is_terminal(2))
             return;
-        const double seconds = SecondsRecorded();
-        const auto rate =
-            static_cast<unsigned long long>(seconds > 0 ? static_cast<double>(m_Sampled) / seconds : 0);
+        // Of the first second no rate can be told.
+        const double seconds = std::max(1.0, SecondsRecorded());
+        const auto rate = static_cast<unsigned long long>(static_cast<double>(m_Sampled) / seconds);
         std::string line = "Recording " + std::to_string(m_TagNumbers.size()) +
                            " tags: " + WithSeparators(m_Sampled) + " records, " + WithSeparators(rate) +
                            "/s, " + CountText(m_Folder.GetFileCount(), "file");

@@ -208,9 +208,10 @@ bool ReplicationConnection::ReceivePart() {
     for (;;) {
         const std::span<unsigned char> space = m_Reader.GetSpace();
         const int got = m_Socket.RecvData(space.data(), static_cast<unsigned int>(space.size()));
+        if (got == 0 && m_Reader.HasBegun())
+            throw ReplicationError("the other side closed it within a message");
         if (got == 0)
-            throw ReplicationError(m_Reader.HasBegun() ? "the other side closed it within a message"
-                                                       : "the other side closed it");
+            throw ReplicationClosed();
         if (got < 0 && !WouldBlock(m_Socket.GetLastError()))
             RaiseSystemError(m_Socket.GetLastError());
         if (got < 0)

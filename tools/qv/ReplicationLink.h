@@ -50,6 +50,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The other side closed the connection, between two frames.
+class ReplicationClosed : public ReplicationError {
+public:
+    ReplicationClosed() : ReplicationError("the other side closed it") {}
+};
+
 // The work is to end now.
 class ReplicationStopped {};
 

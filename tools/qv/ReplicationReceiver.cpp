@@ -53,8 +53,8 @@ void ReplicationReceiver::RunUntilStopped() {
         QVSocketInterest interests[] = {{&m_Listener.GetSocket(), QVSocket::Readable},
                                         {&m_Connection.GetSocket(), QVSocket::Readable}};
         const std::size_t count = m_Connection.IsOpen() ? 2 : 1;
-        const QVWaitResult result = qv_wait_for_sockets({interests, count}, MillisecondsUntil(GetNextTime()),
-                                                        m_Signals.GetEvent());
+        const QVWaitResult result =
+            qv_wait_for_sockets({interests, count}, MillisecondsUntil(GetNextTime()), m_Signals.GetEvent());
         if (result == QVWaitResult::Woken)
             m_Signals.TakeNudge();
         else if (interests[1].m_Ready != 0)
@@ -68,8 +68,8 @@ void ReplicationReceiver::RunUntilStopped() {
 }
 
 ReplicationReceiver::Clock::time_point ReplicationReceiver::GetNextTime() const {
-    return Clock::now() + (m_Deadline || m_AskAgain || m_Log.IsWatched() ? TimeBetweenLooks
-                                                                         : std::chrono::minutes(1));
+    return Clock::now() +
+           (m_Deadline || m_AskAgain || m_Log.IsWatched() ? TimeBetweenLooks : std::chrono::minutes(1));
 }
 
 void ReplicationReceiver::Accept() {
@@ -87,7 +87,8 @@ void ReplicationReceiver::Accept() {
     }
     if (bBusy) {
         if (!m_bSaidTurnedAway)
-            Warn("a second main at " + peer.ToText() + " was turned away while " + m_Main + " is served");
+            Say(COutputLog::Warning,
+                "a second main at " + peer.ToText() + " was turned away while " + m_Main + " is served");
         m_bSaidTurnedAway = true;
         return;
     }
@@ -105,6 +106,8 @@ void ReplicationReceiver::TakeRequest() {
             ApplyRequest();
         else if (!m_Deadline && m_Connection.GetReader().HasBegun())
             m_Deadline = Clock::now() + m_Settings.m_Timeout;
+    } catch (const ReplicationClosed& closed) {
+        Drop(closed.what(), COutputLog::Information);
     } catch (const std::exception& error) {
         Drop(error.what());
     }
@@ -117,8 +120,7 @@ void ReplicationReceiver::ApplyRequest() {
     BinaryInputFromReadOnlyData in(BinaryStringLengthUTF8Character, request.data(),
                                    static_cast<unsigned int>(request.size()));
     unsigned int added = 0;
-    const bool bApplied =
-        m_Table.StandbyProcessRequest(&m_Log, 0, in, m_Connection.BeginFrame(), added);
+    const bool bApplied = m_Table.StandbyProcessRequest(&m_Log, 0, in, m_Connection.BeginFrame(), added);
     m_Records += added;
     ++m_Requests;
     NoteTroubleWithFiles();
@@ -152,18 +154,17 @@ void ReplicationReceiver::CheckTime() {
         Drop("it is to send again what could not be stored");
 }
 
-void ReplicationReceiver::Drop(const std::string& reason) {
+void ReplicationReceiver::Drop(const std::string& reason, COutputLog::LogType type) {
     m_Connection.Close();
     m_Deadline.reset();
-    Warn("the connection of the main at " + m_Main + " ended: " + reason);
+    Say(type, "the connection of the main at " + m_Main + " ended: " + reason);
 }
 
-void ReplicationReceiver::Warn(const std::string& text) {
-    m_Log.AppendMessage(COutputLog::Warning, 0, text.data(), static_cast<unsigned int>(text.size()));
+void ReplicationReceiver::Say(COutputLog::LogType type, const std::string& text) {
+    m_Log.AppendMessage(type, 0, text.data(), static_cast<unsigned int>(text.size()));
 }
 
 void ReplicationReceiver::ShowLiveLine() {
     m_Log.Show((m_Connection.IsOpen() ? "Serving " + m_Main : "Waiting for the main") + ": " +
-               CountText(m_Records, "record") + " in " + CountText(m_Requests, "request") +
-               "; Ctrl+C stops");
+               CountText(m_Records, "record") + " in " + CountText(m_Requests, "request") + "; Ctrl+C stops");
 }

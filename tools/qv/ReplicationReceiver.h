@@ -39,8 +39,8 @@ private:
     void NoteTroubleWithFiles();
     void CheckTime();
     Clock::time_point GetNextTime() const;
-    void Drop(const std::string& reason);
-    void Warn(const std::string& text);
+    void Drop(const std::string& reason, COutputLog::LogType type = COutputLog::Warning);
+    void Say(COutputLog::LogType type, const std::string& text);
     void ShowLiveLine();
 
     CHistoricTable& m_Table;

@@ -179,8 +179,8 @@ void ReplicationSender::NoteLost(const char* reason) {
         m_Reason = reason;
     }
     m_bSaidConnected = false;
-    const std::string text = "the standby at " + m_Settings.m_Address + " is not connected: " + reason +
-                             "; trying again";
+    const std::string text =
+        "the standby at " + m_Settings.m_Address + " is not connected: " + reason + "; trying again";
     m_Log.AppendMessage(COutputLog::Warning, 0, text.data(), static_cast<unsigned int>(text.size()));
 }
 
@@ -267,7 +267,8 @@ std::string ReplicationSender::GetStatusText() const {
            WithSeparators(rate) + " records/s";
 }
 
-ReplicationThread::ReplicationThread(CHistoricTable& table, const ReplicationSettings& settings, LiveLine& log)
+ReplicationThread::ReplicationThread(CHistoricTable& table, const ReplicationSettings& settings,
+                                     LiveLine& log)
     : m_Settings(settings), m_Sender(table, m_Settings, m_Signals, log),
       m_Ended(std::async(std::launch::async, [this] { m_Sender.Run(false); })) {}
 

@@ -28,8 +28,8 @@ public:
     using Clock = ReplicationSettings::Clock;
 
     enum class Outcome {
-        Complete,   // nothing is left to transfer
-        Stopped,    // told to end
+        Complete, // nothing is left to transfer
+        Stopped,  // told to end
         Unreachable,
         Unreadable, // what is left cannot be read from the table's files
     };

@@ -1,5 +1,7 @@
 #include <QVPlatform/Process.h>
 
+#include "StopEvent.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -36,6 +38,10 @@ void qv_catch_stop_signals() {
     sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+}
+
+int qv_stop_event_descriptor() {
+    return g_StopEvent;
 }
 
 bool qv_stop_requested() {

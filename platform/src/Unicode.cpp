@@ -170,6 +170,27 @@ unsigned int EncodeUtf8(int codePoint, Byte* buffer) {
     return length;
 }
 
+unsigned int Utf16Length(int codePoint) {
+    return codePoint < FirstSupplementary ? 1 : 2;
+}
+
+// As EncodeUtf8().
+unsigned int EncodeUtf16(int codePoint, Unit* buffer) {
+    if (codePoint < FirstSupplementary) {
+        buffer[0] = static_cast<Unit>(codePoint);
+        return 1;
+    }
+    const int offset = codePoint - FirstSupplementary;
+    buffer[0] = static_cast<Unit>(0xD800 | offset >> 10);
+    buffer[1] = static_cast<Unit>(0xDC00 | (offset & 0x3FF));
+    return 2;
+}
+
+// What is no code point at all is written as the character for that.
+int CodePointOrReplacement(int codePoint) {
+    return codePoint < 0 || codePoint > LastCodePoint ? ReplacementCharacter : codePoint;
+}
+
 // ---- Whole texts: one loop decodes for every count and every conversion ----
 
 // Hands the text to the sink, runs of ASCII at once, until the sink has no more room.
@@ -210,9 +231,6 @@ private:
 unsigned int OneEach(int) {
     return 1;
 }
-unsigned int Utf16Length(int codePoint) {
-    return codePoint < FirstSupplementary ? 1 : 2;
-}
 
 // A buffer that is filled with whole characters.
 template<typename Target>
@@ -248,13 +266,7 @@ template<>
 bool Writer<Unit>::TakeCodePoint(int codePoint) {
     if (m_Capacity - m_Used < Utf16Length(codePoint))
         return false;
-    if (codePoint < FirstSupplementary) {
-        m_pBuffer[m_Used++] = static_cast<Unit>(codePoint);
-    } else {
-        const int offset = codePoint - FirstSupplementary;
-        m_pBuffer[m_Used++] = static_cast<Unit>(0xD800 | offset >> 10);
-        m_pBuffer[m_Used++] = static_cast<Unit>(0xDC00 | (offset & 0x3FF));
-    }
+    m_Used += EncodeUtf16(codePoint, m_pBuffer + m_Used);
     return true;
 }
 
@@ -306,14 +318,28 @@ bool qv_is_valid_utf8(const char* text, unsigned int length, unsigned int& codeP
 }
 
 unsigned int qv_qvchar_from_codepoint(int codePoint, char* buffer) {
-    if (codePoint < 0 || codePoint > LastCodePoint)
-        codePoint = ReplacementCharacter;
-    return EncodeUtf8(codePoint, reinterpret_cast<Byte*>(buffer));
+    return qv_encode_utf8(codePoint, reinterpret_cast<Byte*>(buffer));
 }
 
 void qv_append_codepoint_to_qvstring_slow(int codePoint, qvstring& text) {
     char bytes[4];
     text.append(bytes, qv_qvchar_from_codepoint(codePoint, bytes));
+}
+
+unsigned int qv_encode_utf8(int codePoint, unsigned char* buffer) {
+    return EncodeUtf8(CodePointOrReplacement(codePoint), buffer);
+}
+
+unsigned int qv_encode_utf16(int codePoint, unsigned short* buffer) {
+    return EncodeUtf16(CodePointOrReplacement(codePoint), buffer);
+}
+
+unsigned int qv_utf16len_of_utf32(int codePoint) {
+    return Utf16Length(CodePointOrReplacement(codePoint));
+}
+
+unsigned int qv_utf8len_of_utf32(int codePoint) {
+    return Utf8Length(CodePointOrReplacement(codePoint));
 }
 
 int qv_decode_utf8(const unsigned char*& current, const unsigned char* end) {

@@ -1,5 +1,12 @@
-#include <QVPlatform/TextOutput.h>
+#include <QVPlatform/OutputLog.h>
+#include <QVPlatform/TextOutputFile.h>
+#include <QVPlatform/TextOutputToOutputLog.h>
+#include <cstring>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <random>
+#include <support/FaultSystemCalls.h>
+#include <support/TemporaryFolder.h>
 
 namespace {
 
@@ -97,6 +104,260 @@ TEST(TextOutput, DerivedLineEndsAndIndentationServeEveryHelper) {
     output.WriteCodePoints(1, 10);
     output.PrintLine("c");
     EXPECT_EQ(output.m_Text, ">a<end><end>>b<end>>c<end>");
+}
+
+// ---- Runs ----
+
+// Writes down what came as a run, "[text]", and what as a code point, "<20AC>".
+class Diary : public CTextOutput {
+public:
+    Diary() { TakeRuns<Diary, &Diary::WriteRun>(); }
+    bool WriteCodePoint(int codePoint) override {
+        char text[16];
+        snprintf(text, sizeof text, "<%X>", static_cast<unsigned int>(codePoint));
+        m_Text += text;
+        return true;
+    }
+    bool WriteRun(const char* text, unsigned int length) {
+        if (m_bTakesRuns)
+            m_Text += "[" + std::string(text, length) + "]";
+        return m_bTakesRuns;
+    }
+    bool m_bTakesRuns = true;
+    std::string m_Text;
+};
+
+class DerivedDiary : public Diary {};
+
+TEST(TextOutput, RunsAreWhatNeedsNothingDoneToIt) {
+    const struct {
+        const char* text;
+        const char* runs;
+        const char* codePoints;
+    } cases[] = {
+        {"", "", ""},
+        {"ab", "[ab]", "<61><62>"},
+        {"a\n\nb\n", "[a]<A><A>[b]<A>", "<61><A><A><62><A>"},
+        {"a\r\t\x7F", "[a\r\t\x7F]", "<61><D><9><7F>"},
+        {"\xC3\xA9\xF0\x9F\x98\x80", "[\xC3\xA9\xF0\x9F\x98\x80]", "<E9><1F600>"},
+        {"\xED\xA0\x80", "[\xED\xA0\x80]", "<D800>"},
+        {"\xEF\xBF\xBDx", "[\xEF\xBF\xBDx]", "<FFFD><78>"},
+        {"a\xFF\xE2\x82z\xEF\xBF", "[a]<FFFD><FFFD>[z]<FFFD>", "<61><FFFD><FFFD><7A><FFFD>"},
+    };
+    for (const auto& c : cases) {
+        Diary taking, refusing;
+        DerivedDiary derived; // might have its own WriteCodePoint(), which a run would pass by
+        refusing.m_bTakesRuns = false;
+        for (Diary* diary : {&taking, &refusing, static_cast<Diary*>(&derived)})
+            diary->WriteString(c.text);
+        EXPECT_EQ(taking.m_Text, c.runs);
+        EXPECT_EQ(refusing.m_Text, c.codePoints);
+        EXPECT_EQ(derived.m_Text, c.codePoints);
+    }
+    for (size_t position = 0; position < 40; ++position) { // where words of the scan begin and end
+        std::string text(40, 'x');
+        text[position] = '\n';
+        Diary diary;
+        diary.WriteString(text);
+        const std::string before = position ? "[" + text.substr(0, position) + "]" : "";
+        const std::string behind = position < 39 ? "[" + text.substr(position + 1) + "]" : "";
+        EXPECT_EQ(diary.m_Text, before + "<A>" + behind);
+    }
+}
+
+// The same object without runs.
+class OneByOne : public CTextOutputString {};
+
+TEST(TextOutput, RunsAndCodePointsGiveTheSameText) {
+    std::mt19937 random(4);
+    for (int round = 0; round < 5000; ++round) {
+        CTextOutputString runs;
+        OneByOne codePoints;
+        const TextLineTermination termination = static_cast<TextLineTermination>(random() % 3);
+        for (CTextOutput* output : {static_cast<CTextOutput*>(&runs), static_cast<CTextOutput*>(&codePoints)})
+            output->SetLineTermination(termination);
+        for (int step = 0; step < 6; ++step) {
+            std::string text(random() % 30, ' ');
+            for (char& byte : text)
+                byte = "ab\n\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD\xED"[random() % 17];
+            const unsigned int count = static_cast<unsigned int>(random() % 200);
+            const int indent = static_cast<int>(random() % 80) - 40;
+            const int copied = "x\n"[random() % 2];
+            for (CTextOutput* output :
+                 {static_cast<CTextOutput*>(&runs), static_cast<CTextOutput*>(&codePoints)}) {
+                output->AdjustIndent(indent);
+                output->WriteString(text);
+                output->WriteCodePoints(count, copied);
+                output->PrintBase64(text.data(), static_cast<unsigned int>(text.size()));
+                output->Print("%s", text.c_str());
+            }
+        }
+        ASSERT_EQ(runs.GetString(), codePoints.GetString());
+    }
+}
+
+// ---- Encodings ----
+
+class Bytes : public CTextOutputWithEncoding {
+public:
+    bool WriteBytes(const unsigned char* data, unsigned int count) override {
+        if (m_Refused > 0) {
+            --m_Refused;
+            return false;
+        }
+        m_Bytes.append(data, data + count);
+        return true;
+    }
+    int m_Refused = 0; // so many calls fail
+    std::string m_Bytes;
+};
+
+class BytesByRun : public Bytes {
+public:
+    BytesByRun() { TakeRuns<BytesByRun, &BytesByRun::WriteRun>(); }
+};
+
+// Where a virtual operation stands in its class's table, the two destructors first.
+template<class Operation>
+ptrdiff_t SlotOf(Operation operation) {
+    ptrdiff_t place;
+    memcpy(&place, &operation, sizeof place);
+    return place / static_cast<ptrdiff_t>(sizeof(void*));
+}
+
+TEST(TextOutput, VirtualOperationsStandWhereOtherProgramsExpectThem) {
+    EXPECT_EQ(SlotOf(&CTextOutput::WriteCodePoint), 2);
+    EXPECT_EQ(SlotOf(&CTextOutput::WriteNewLine), 3);
+    EXPECT_EQ(SlotOf(&CTextOutput::IndentNewLine), 4);
+    EXPECT_EQ(SlotOf(&CTextOutputWithEncoding::WriteBytes), 5);
+}
+
+TEST(TextOutputWithEncoding, EncodesAndMarks) {
+    using namespace std::string_literals;
+    const std::string text = "A\xC3\xA9\xF0\x9F\x98\x80\n\xED\xA0\x80";
+    const std::string utf16LE = "A\0\xE9\0\x3D\xD8\0\xDE\r\0\n\0\0\xD8"s;
+    const std::string utf16BE = "\0A\0\xE9\xD8\x3D\xDE\0\0\r\0\n\xD8\0"s;
+    const std::string utf8 = "A\xC3\xA9\xF0\x9F\x98\x80\r\n\xED\xA0\x80";
+    const std::string expected[] = {
+        utf8, "\xEF\xBB\xBF" + utf8, "\xFF\xFE" + utf16LE, "\xFE\xFF" + utf16BE, utf16LE, utf16BE};
+    for (int encoding = 0; encoding <= 5; ++encoding) {
+        Bytes codePoints, refused;
+        BytesByRun runs;
+        refused.m_Refused = 1;
+        for (Bytes* output : {&codePoints, &refused, static_cast<Bytes*>(&runs)}) {
+            output->SetLineTermination(TextLineTerminationCRLF);
+            output->SetEncoding(static_cast<TextEncoding>(encoding));
+            EXPECT_EQ(output->m_Bytes, ""); // no mark without a character
+            EXPECT_EQ(output->WriteCodePoint('A'), output != &refused);
+            output->WriteString(output != &refused ? text.substr(1) : text); // the mark is still to come
+            EXPECT_EQ(output->m_Bytes, expected[encoding]);
+        }
+        BytesByRun marked;
+        marked.SetEncoding(static_cast<TextEncoding>(encoding));
+        marked.SetLineTermination(TextLineTerminationCRLF);
+        marked.WriteString(text);
+        EXPECT_EQ(marked.m_Bytes, expected[encoding]);
+    }
+}
+
+// ---- Files ----
+
+TEST(TextOutputFile, WritesTextsOfAnyLength) {
+    const TemporaryFolder folder;
+    CTextOutputFile file;
+    EXPECT_FALSE(file.CloseTextFile()); // nothing was opened
+    for (unsigned int length : {0U, 1U, 4095U, 4096U, 4097U, 100000U}) {
+        for (const bool bReplace : {false, true}) {
+            folder.Write("a.txt", "former");
+            ASSERT_TRUE(bReplace ? file.OpenTextFileForReplace(folder.File("a.txt"))
+                                 : file.OpenTextFileForWrite(folder.File("a.txt")));
+            file.SetEncoding(TextEncodingUTF8WithMark); // each file gets its own
+            file.WriteString(std::string(length, 'x'));
+            file.WriteCodePoints(length / 2, 0xE9);
+            file.PrintLine("%s", "end");
+            EXPECT_EQ(folder.Read("a.txt") == "former", bReplace);
+            EXPECT_TRUE(file.CloseTextFile());
+            EXPECT_TRUE(file.CloseTextFile());
+            EXPECT_FALSE(file.WriteCodePoint('x'));
+            std::string expected = "\xEF\xBB\xBF" + std::string(length, 'x');
+            for (unsigned int i = 0; i < length / 2; ++i)
+                expected += "\xC3\xA9";
+            EXPECT_EQ(folder.Read("a.txt"), expected + "end\n");
+            EXPECT_THAT(folder.List(), testing::ElementsAre("a.txt"));
+        }
+    }
+    EXPECT_FALSE(file.OpenTextFileForWrite(folder.File("missing/a.txt")));
+    EXPECT_EQ(file.GetLastError(), ENOENT);
+    EXPECT_FALSE(file.CloseTextFile());
+}
+
+TEST(TextOutputFile, AReplacementThatIsNotClosedNeverWins) {
+    const TemporaryFolder folder;
+    folder.Write("a.txt", "former");
+    {
+        CTextOutputFile file;
+        for (int i = 0; i < 2; ++i) { // given up by the next opening, then by the destructor
+            ASSERT_TRUE(file.OpenTextFileForReplace(folder.File("a.txt")));
+            file.WriteString(std::string(5000, 'x'));
+        }
+        EXPECT_THAT(folder.List(), testing::ElementsAre("a.txt", "a.txtTemp"));
+    }
+    EXPECT_THAT(folder.List(), testing::ElementsAre("a.txt"));
+    EXPECT_EQ(folder.Read("a.txt"), "former");
+}
+
+TEST(TextOutputFile, AFailureAnywhereLeavesTheOldTextOrTheNewAndIsTold) {
+    const std::string text(10000, 'x');
+    for (unsigned int n = 0;; ++n) {
+        ASSERT_LT(n, 100U);
+        const TemporaryFolder folder = TemporaryFolder::InMemory();
+        folder.Write("a.txt", "former");
+        FaultSystemCalls system;
+        if (n == 0)
+            system.FailAt(SystemCall::Close, 1, EIO);
+        else
+            system.FailAt(SystemCall::Changes & ~SystemCall::Erase, n, EIO);
+        CTextOutputFile file;
+        file.OpenTextFileForReplace(folder.File("a.txt"));
+        file.WriteCodePoints(5000, 'x'); // through the buffer
+        file.WriteString(text.substr(5000));
+        const bool bDone = file.CloseTextFile();
+        const bool bFailed = system.GetFaults() > 0;
+        system.Heal();
+        EXPECT_EQ(bDone, !bFailed) << n;
+        EXPECT_EQ(file.GetLastError(), bFailed ? EIO : 0) << n;
+        EXPECT_THAT(folder.List(), testing::ElementsAre("a.txt")) << n;
+        const std::string found = folder.Read("a.txt");
+        EXPECT_TRUE(found == text || (!bDone && found == "former")) << n;
+        if (!bFailed)
+            break;
+    }
+}
+
+// ---- Logs ----
+
+TEST(TextOutputToOutputLog, OneLineIsOneMessage) {
+    COutputLogToRawList log;
+    {
+        CTextOutputToOutputLog output(&log);
+        output.SetLineTermination(TextLineTerminationCRLF);
+        output.PrintLine("a%d", 1);
+        output.AdjustIndent(1);
+        output.WriteString("b\r\nc\n\n\xE2\x82\xAC");
+        EXPECT_EQ(log.GetLogEntries().size(), 4U);
+        output.WriteNewLine();
+        output.WriteCodePoint('\n'); // the sink itself ends a line, too
+        output.WriteString("rest");
+        output.WriteCodePoint(0x20AC);
+    }
+    { CTextOutputToOutputLog empty(&log); }
+    std::vector<std::string> lines;
+    for (const COutputLogToRawList::LogEntry& entry : log.GetLogEntries()) {
+        EXPECT_EQ(entry.type, COutputLog::Information);
+        lines.push_back(entry.text);
+    }
+    EXPECT_THAT(lines,
+                testing::ElementsAre("a1", "  b", "  c", "", "  \xE2\x82\xAC", "", "  rest\xE2\x82\xAC"));
 }
 
 } // namespace

@@ -153,6 +153,14 @@ TEST(Unicode, EveryCodePointSurvivesBothEncodings) {
         unsigned short units[2];
         const unsigned int count = qv_utf16_from_qvchar(bytes, length, units, 2);
         ASSERT_EQ(count, codePoint < 0x10000 ? 1U : 2U);
+        unsigned char encoded[4];
+        unsigned short encodedUnits[2];
+        ASSERT_EQ(qv_utf8len_of_utf32(codePoint), length);
+        ASSERT_EQ(qv_encode_utf8(codePoint, encoded), length);
+        ASSERT_EQ(memcmp(encoded, bytes, length), 0);
+        ASSERT_EQ(qv_utf16len_of_utf32(codePoint), count);
+        ASSERT_EQ(qv_encode_utf16(codePoint, encodedUnits), count);
+        ASSERT_TRUE(std::equal(units, units + count, encodedUnits));
         const unsigned short* unit = units;
         ASSERT_EQ(qv_decode_utf16(unit, units + count), codePoint);
         ASSERT_EQ(unit, units + count);
@@ -163,6 +171,13 @@ TEST(Unicode, EveryCodePointSurvivesBothEncodings) {
         ASSERT_TRUE(std::equal(again, again + length, bytes));
     }
     EXPECT_EQ(Utf8({-1, 0x110000, INT_MIN}), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+    for (int none : {-1, 0x110000, INT_MIN, INT_MAX}) {
+        unsigned short unit = 0;
+        EXPECT_EQ(qv_utf8len_of_utf32(none), 3U);
+        EXPECT_EQ(qv_utf16len_of_utf32(none), 1U);
+        EXPECT_EQ(qv_encode_utf16(none, &unit), 1U);
+        EXPECT_EQ(unit, 0xFFFD);
+    }
 }
 
 TEST(Unicode, KnownEncodings) {

@@ -48,6 +48,24 @@ inline void qv_append_codepoint_to_qvstring(int codePoint, qvstring& text) {
         qv_append_codepoint_to_qvstring_slow(codePoint, text);
 }
 
+// One code point out: the units that it takes, and writing it into `buffer` (room for at least 4 bytes, or 2
+// units), which returns that number. Single surrogates and values that are no code points: as
+// qv_qvchar_from_codepoint(). The names differ by what the units are for: encoded text, bytes of UTF-8, bytes
+// of a qvstring.
+unsigned int qv_encode_utf8(int codePoint, unsigned char* buffer);
+unsigned int qv_encode_utf16(int codePoint, unsigned short* buffer);
+unsigned int qv_utf16len_of_utf32(int codePoint);
+unsigned int qv_utf8len_of_utf32(int codePoint);
+inline unsigned int qv_utf8_from_utf32(int codePoint, unsigned char* buffer) {
+    return qv_encode_utf8(codePoint, buffer);
+}
+inline unsigned int qv_strlen_of_utf32(int codePoint) {
+    return qv_utf8len_of_utf32(codePoint);
+}
+inline unsigned int qv_qvchar_from_utf32(int codePoint, char* buffer) {
+    return qv_qvchar_from_codepoint(codePoint, buffer);
+}
+
 // Reads one code point of strict UTF-8; -1, and `current` moved by one byte, for anything that is not
 // well-formed.
 int qv_decode_utf8(const unsigned char*& current, const unsigned char* end);

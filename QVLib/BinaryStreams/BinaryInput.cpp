@@ -174,11 +174,13 @@ void CBinaryInput::ReadCharacters(int count, qvstring& text) {
             count -= ReadRun(count, text);
         } catch (const EOFException&) {
             // The string is cut short. Go on character by character, to fail where the missing byte is.
-            if (!Seek(start))
-                throw;
-            text.resize(size);
-            for (; count > 0; count--)
-                qv_append_codepoint_to_qvstring(ReadUTF8Character(), text);
+            if (Seek(start)) {
+                text.resize(size);
+                for (; count > 0; count--)
+                    qv_append_codepoint_to_qvstring(ReadUTF8Character(), text);
+            }
+            // Some inputs cannot go back, or not to the same bytes: what is missing stays missing.
+            throw;
         }
     }
 }

@@ -293,6 +293,21 @@ TEST(BinaryStrings, CutStringsFailWhereTheByteIsMissing) {
     }
 }
 
+// Goes back to other bytes than it came from, as an input that starts in the middle of its source may.
+class InputThatRewinds : public Input {
+public:
+    using Input::Input;
+    bool Seek(unsigned int) override { return Input::Seek(0); }
+};
+
+TEST(BinaryStrings, CutStringsNeverTurnIntoOthers) {
+    InputThatRewinds input(Mode1, FromHex("01 62 02 61"));
+    std::string text;
+    input >> text;
+    EXPECT_EQ(text, "b");
+    EXPECT_THROW(input >> text, CBinaryInput::EOFException);
+}
+
 TEST(BinaryStrings, CountsAreLimitedBeforeAnythingIsAllocated) {
     std::string text;
     std::list<std::string> strings;

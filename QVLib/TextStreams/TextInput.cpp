@@ -302,6 +302,11 @@ void CTextInput::ResetPosition() {
     m_PreviousCodePoint = 0;
 }
 
+void CTextInput::SetLocation(const CQVTextLocation& location) {
+    Settle();
+    m_Location = location;
+}
+
 void CTextInput::SetWindow(const char* current, const char* end) {
     Settle();
     m_pWindow = current;

@@ -397,6 +397,38 @@ TEST(TextInputTest, UnicodeCharactersStandInForCodePoints) {
     EXPECT_FALSE(input.ReadCodePointWithLocation(character, location));
 }
 
+// An input over pieces of other texts sets the location at the start of each.
+TEST(TextInputTest, LocationsMayJumpBetweenPieces) {
+    class Pieces : public ListInput {
+    public:
+        using ListInput::ListInput;
+        void IncrementPosition(int codePoint) override {
+            CQVTextLocation piece;
+            piece.SetLineAndColumn(7, 20);
+            if (Tell() == 2)
+                SetLocation(piece);
+            else
+                ListInput::IncrementPosition(codePoint);
+        }
+    };
+    class WindowPieces : public TextInputQVString {
+    public:
+        using TextInputQVString::SetLocation, TextInputQVString::TextInputQVString;
+    };
+    Pieces pieces({'a', 'b', 'c', 10, 'd'});
+    for (const Item& item :
+         {Item{'a', 1, 1}, Item{'b', 1, 2}, Item{'c', 7, 20}, Item{10, 7, 21}, Item{'d', 8, 1}})
+        EXPECT_EQ(ReadItem(pieces), item);
+
+    WindowPieces window("ab", "n");
+    int codePoint;
+    CQVTextLocation piece;
+    piece.SetLineAndColumn(3, 5);
+    EXPECT_TRUE(window.ReadCodePoint(codePoint));
+    window.SetLocation(piece);
+    EXPECT_EQ(ReadItem(window), (Item{'b', 3, 5}));
+}
+
 TEST(TextInputTest, LocationsKeepTheNameTheyWereReadUnder) {
     CQVTextLocation first, second;
     qvstring name;

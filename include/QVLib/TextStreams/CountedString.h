@@ -1,10 +1,10 @@
 // Utf8String, Utf16String - counted strings: a 16-bit length and the units right behind it, in one heap
 // block.
 //
-// For text that crosses between components as a single allocation. The functions work in the manner of
-// classic string functions: each builds a new string, which belongs to the caller and is freed with
-// Utf8StringFree() or Utf16StringFree(), and leaves its arguments alone. The two families are twins in every
-// respect but the unit.
+// For text that one component makes and another keeps: one pointer to pass on, one block to free. Everywhere
+// else use a qvstring. Each function leaves its arguments alone and builds a new string, which belongs to the
+// caller and is freed with Utf8StringFree() or Utf16StringFree(). The two families are twins in every respect
+// but the unit.
 //
 // Memory:   length (unsigned 16 bits, native order), then `length` units, no terminator. Blocks come from
 //           malloc() and may be freed with free().
@@ -41,7 +41,8 @@ struct Utf16String {
 // The layout is known outside this library.
 static_assert(sizeof(Utf8String) == 2 && sizeof(Utf16String) == 2);
 
-// An empty string with room for `capacity` units, which the caller may fill itself.
+// An empty string with room for `capacity` units. The caller may fill them, up to the limit above, and set
+// m_Length.
 Utf8String* Utf8StringAlloc(unsigned int capacity);
 Utf16String* Utf16StringAlloc(unsigned int capacity);
 // Accepts null.
@@ -70,7 +71,7 @@ unsigned int Utf16StringLen(const Utf16String* text);
 // when `a` is the shorter one, 1 when it is the longer one, 0 when they are equal.
 int Utf8StringCompare(const Utf8String* a, const Utf8String* b);
 int Utf16StringCompare(const Utf16String* a, const Utf16String* b);
-// The 0-based index of the first `pattern` in `text`; 0 for an empty pattern, -1 when there is none.
+// Where `pattern` first occurs in `text`, counted from 0; -1 when it does not. An empty pattern occurs at 0.
 int Utf8StringFind(const Utf8String* text, const Utf8String* pattern);
 int Utf16StringFind(const Utf16String* text, const Utf16String* pattern);
 
@@ -92,7 +93,7 @@ Utf16String* Utf16StringInsert(const Utf16String* text, const Utf16String* inser
 // `text` without what Mid() would return.
 Utf8String* Utf8StringDelete(const Utf8String* text, int count, int start);
 Utf16String* Utf16StringDelete(const Utf16String* text, int count, int start);
-// Field `index` of a text split at every `delimiter`: 0 is the first field, -1 the last one; an empty text
-// has one empty field. When there is no such field the result is the delimiter itself, as one unit.
+// One field of a text whose fields are separated by `delimiter`: `index` 0 is the first, -1 the last. Even an
+// empty text has a field, an empty one. An index beyond the fields gives the delimiter itself, as one unit.
 Utf8String* Utf8StringGetElement(const Utf8String* text, unsigned char delimiter, int index);
 Utf16String* Utf16StringGetElement(const Utf16String* text, unsigned short delimiter, int index);

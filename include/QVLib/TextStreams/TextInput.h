@@ -1,11 +1,11 @@
-// CTextInput - the source from which every parser of the library reads text.
+// CTextInput - text as the library's parsers read it: one code point after the other, whatever it comes from.
 //
-// Model:    a stream of Unicode code points with the location (source name, line, column) at which each
-//           starts, one uniform newline, unlimited push-back, and saved positions for parsers that backtrack.
-//           A concrete input supplies undecoded offsets and raw code points; everything else is here, once.
-//           Inputs over text in memory are in TextInputString.h.
-// Newlines: CR, LF, CR LF, U+0085, U+2028 and U+2029 are each delivered as one code point 10; a caller never
-//           sees 13, 0x85, 0x2028 or 0x2029 unless it pushed one back itself.
+// Model:    every code point has a location, the source name, line and column where it starts. A reader that
+//           has gone too far pushes code points back, as many as it likes; one that may have to try again
+//           saves its position first. A concrete input supplies offsets and raw code points; everything else
+//           is here, once. Inputs over text in memory are in TextInputString.h.
+// Newlines: LF, CR, CR LF, NEL (U+0085) and the line and paragraph separators (U+2028, U+2029) all read as a
+//           single 10. No other code of a newline gets through, except one that the caller pushed back.
 // Locations: belong to the next code point that the concrete input delivers. Pushing back does not move it; a
 //           pushed-back code point brings its own location along. A location copied out of an input keeps the
 //           source name alive after the input is gone.
@@ -85,7 +85,7 @@ public:
     virtual bool ReadNextCodePoint(int& codePoint) = 0;
     // Moves the location past one delivered code point. An input that fills the window must not override it.
     virtual void IncrementPosition(int codePoint) { m_Location.IncrementByCodePoint(codePoint); }
-    // Releases the source of the text, where there is one to release.
+    // Lets go of where the text comes from (a file, say) before the input itself goes.
     virtual void Close() {}
 
     CTextInput(const CTextInput&) = delete;
@@ -102,8 +102,8 @@ public:
     // The same, with the location at which the code point starts (at the end: where one would start).
     bool ReadCodePointWithLocation(int& codePoint, CQVTextLocation& location);
     bool ReadCodePointWithLocation(UnicodeCharacter& character, CQVTextLocation& location);
-    // Pushes a code point back: the next read returns it. Any number may wait; they come back last in, first
-    // out.
+    // Pushes a code point back, to be read again with this location before anything else. The one pushed last
+    // is read first.
     void ReplaceCodePoint(int codePoint, const CQVTextLocation& location);
     void ReplaceCodePoint(const UnicodeCharacter& character, const CQVTextLocation& location);
 
@@ -131,9 +131,9 @@ public:
     bool ReadLine(std::u32string& line, bool& endedByNewline);
     // Replaces `text` by everything that is left, as UTF-8 with newlines as 10.
     void ReadAllInput(qvstring& text);
-    // Counts the lines that are left; a last line needs no newline. Costs a read of the whole rest, and seeks
-    // back to where the concrete input stood - nothing else is put back: the location is at the end,
-    // pushed-back code points are consumed. Save and restore a position around it to go on reading.
+    // Counts the lines that are left; a last line needs no newline. Reads the whole rest and then only seeks
+    // back to where the concrete input stood: the location stays at the end, and what was pushed back is
+    // gone. Save and restore a position around it to go on reading.
     unsigned int GetLineCount();
 
     // Saves and restores offset, location, push-back and the state of a half-read CR LF. Without push-back
@@ -181,6 +181,10 @@ private:
     inline void SetFastEnd();
 
 protected:
+    // For an input that finds its text in pieces of another one: the location of the next raw code point from
+    // here on. IncrementPosition() moves on from it.
+    void SetLocation(const CQVTextLocation& location);
+
     // The window: the bytes of UTF-8 text that come next, for an input that has them in memory. Reading takes
     // ASCII and well-formed sequences straight from it; all else, and what follows behind its end, is asked
     // from ReadNextCodePoint(). An input with a window uses GetWindow() as its current position in Tell(),

@@ -9,6 +9,7 @@
 //             text outputs must not be null.
 // Offsets:    Tell() counts the text's own units (bytes, 16-bit or 32-bit units) from its start.
 // Errors:     malformed text reads as QVPlatform/Unicode.h says for the decoder of each class.
+// Threads:    one thread per input; any number of inputs may read the same text.
 #pragma once
 
 #include <QVLib/TextStreams/CountedString.h>
@@ -18,7 +19,7 @@
 
 class CTextOutputString;
 
-// The common part of the inputs over UTF-8 bytes, all of which is window.
+// The common part of the inputs over UTF-8 bytes, whose whole text is the window.
 class TextInputUtf8Bytes : public CTextInput {
 public:
     long long Tell() const override { return GetWindow() - m_pStart; }

@@ -2,7 +2,7 @@
 //
 // CBinaryInputFile           reads a file
 // CBinaryOutputFile          writes a file, in place or as a transaction that replaces it when it is complete
-// CBinaryInputFromResource   reads a data resource of a program module, in place
+// CBinaryInputFromResource   reads data that is compiled into a program module, in place
 //
 //     CBinaryOutputFile output(BinaryStringLengthUTF8Character);
 //     if (!output.OpenTransacted(path))
@@ -11,8 +11,8 @@
 //     return output.CloseAndCommitTransactedFile(log);
 //
 // Errors:    openings, writes and closes return false and leave the system's errno in the object (CQVError).
-//            A read that cannot be satisfied, for whatever reason, throws CBinaryInput::EOFException; when
-//            the system failed, its errno is in the object too.
+//            A read that gets too few bytes, for whatever reason, throws CBinaryInput::EOFException; when the
+//            system failed, its errno is in the object too.
 // Cost:      both files pass small reads and writes through a buffer of 1,024 bytes inside the object; larger
 //            ones go straight to the file. Nothing is allocated per call.
 // Threads:   one thread at a time. Two writers of one target are the caller's business: transactions of the
@@ -98,8 +98,9 @@ public:
     // close it does not.
     bool CloseFile();
     // Closes the temporary file and puts it in the place of the target, in one step that also survives a
-    // power cut. Every step goes to `log` (not null), a failure with its errno and text. False leaves the
-    // target as it was and the temporary file where it is; so does any byte that could not be written before.
+    // power cut. Every step goes to `log` (not null), a failure with its errno and text. False, also when any
+    // byte could not be written before, leaves the target as it was and the temporary file where it is. One
+    // failure comes too late for that: when the folder cannot be synced at the very end, the target is new.
     bool CloseAndCommitTransactedFile(COutputLog* log);
 
 private:
@@ -117,11 +118,11 @@ private:
     std::unique_ptr<QVFileInterface> m_pFile;
     unsigned char m_Cache[CacheSize];
     unsigned int m_CachedCount = 0;
-    bool m_bIncomplete = false;        // no file was opened, or bytes were refused: must not be committed
+    bool m_bIncomplete = false;        // opening, closing or a write failed: must not be committed
     bool m_bDirectWriteFailed = false; // the file may hold part of a large write: nothing may follow it
 };
 
-// Starts empty. The resource's bytes belong to the module, which must stay loaded while the input is used.
+// Starts empty. The bytes stay the module's: unload it only after the last read.
 class CBinaryInputFromResource : public BinaryInputFromReadOnlyData {
 public:
     explicit CBinaryInputFromResource(BinaryStringLength mode);

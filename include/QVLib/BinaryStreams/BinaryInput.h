@@ -9,7 +9,7 @@
 // BinaryFile.h); how values, strings and lists are made of bytes is decided here, once for all media.
 // BinaryOutput.h describes the encodings.
 //
-// Errors:    bytes that end too early throw EOFException, a count above a limit throws std::length_error.
+// Errors:    bytes that end too early give an EOFException, a count above its limit a std::length_error.
 //            Apart from these every sequence of bytes decodes to something: content is never checked. After
 //            an exception the target holds what had been decoded so far and the stream stands somewhere
 //            within the value.
@@ -113,12 +113,12 @@ public:
         return *this;
     }
 
-    // Strings. The text is always UTF-8 afterwards, with U+FFFD in place of characters above U+10FFFF.
+    // Strings. Characters above U+10FFFF become U+FFFD; single surrogates are kept, as three bytes each.
 
     // Reads the length of a string in the stream's mode. Negative when the data say so.
     int ReadStringLength();
-    // Reads a string of at most `maxCharacters` code points (below 2^31). Throws std::length_error "string
-    // too long" for a greater or negative count; `text` is then empty.
+    // Reads a string of at most `maxCharacters` code points (below 2^31). A count that is greater, or
+    // negative, gives std::length_error "string too long" and an empty `text`.
     void ReadWString(unsigned int maxCharacters, qvstring& text);
     // ReadWString() with MaxStringLength.
     CBinaryInput& operator>>(qvstring& text);
@@ -136,16 +136,17 @@ public:
 
     CBinaryInput& operator>>(std::list<qvstring>& strings);
     CBinaryInput& operator>>(std::list<unsigned int>& values);
-    // Reads at most `maxStrings` strings of at most `maxCharacters` code points each. Throws
-    // std::length_error "too many strings" before it reads the first one.
+    // Reads at most `maxStrings` strings of at most `maxCharacters` code points each. A greater count gives
+    // std::length_error "too many strings" with none of them read.
     void ReadWStringArray(unsigned int maxStrings, unsigned int maxCharacters, std::list<qvstring>& strings);
     // Reads the entries of a COutputLogToRawList and appends each to `log`.
     CBinaryInput& operator>>(COutputLog& log);
 
     // The codings beneath.
 
-    // Reads one character of up to 31 bits in the UTF-8 scheme of RFC 2279: one Read() for the first byte,
-    // one for all the others. Continuation bytes and over-long forms are not checked.
+    // Reads one character of up to 31 bits, encoded as RFC 2279 has it: one Read() for the first byte, one
+    // for all the others. The first byte alone tells the length; six bits are taken from each further byte,
+    // whatever it is, and longer forms than needed are as good as the shortest.
     int ReadUTF8Character();
     // Reads an integer of seven bits per byte, low bits first, up to a byte with its top bit clear. Bits past
     // the 32nd are dropped.
@@ -153,7 +154,8 @@ public:
 
     // Moving through the input.
 
-    // Read() that returns false instead of throwing EOFException. Part of the buffer may have been filled.
+    // For data that may simply end: false where Read() would throw EOFException. Part of the buffer may have
+    // been filled.
     bool TryRead(void* buffer, unsigned int count);
     // Moves forward by `count` bytes. False when that cannot be reached, or lies past the last position that
     // 32 bits can express; the input then stands where its Seek() leaves it, never before where it was.
@@ -162,7 +164,7 @@ public:
     void ReadInputToDataSink(unsigned int count, QVDataSink* sink);
 
     BinaryStringLength GetStringLengthMode() const { return m_StringLengthMode; }
-    // Throws EOFException for this input and `count`. For concrete inputs.
+    // For concrete inputs whose bytes end: throws the EOFException of a read of `count` bytes made here.
     [[noreturn]] void RaiseEOFException(unsigned int count) const;
 
 protected:

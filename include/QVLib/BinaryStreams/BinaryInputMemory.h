@@ -5,9 +5,11 @@
 // BinaryInputFromReadOnlyData          bytes that belong to somebody else
 // BinaryInputData                      an array that it is given to keep
 //
-// All of them answer GetLength() and Seek() directly. Seek() past the end returns false and leaves the input
-// at its end. Errors:    a read past the end throws CBinaryInput::EOFException and copies nothing; only
-//            CBinaryInputFromBinaryOutputBuffer copies what there is and reports how many bytes were missing.
+// Errors:    a read past the end throws CBinaryInput::EOFException with the bytes it asked for and delivers
+//            none of them. CBinaryInputFromBinaryOutputBuffer is different: it delivers the bytes up to the
+//            end, and its exception counts only those that were missing.
+//            A Seek() past the end goes to the end and answers false.
+// Cost:      GetLength() and Seek() read nothing.
 // Threads:   one thread at a time.
 #pragma once
 
@@ -18,8 +20,8 @@
 #include <memory>
 
 // Reads what a BinaryOutputBuffer holds, with its string length mode, without changing the buffer. Bytes that
-// are written later are seen, also after an EOFException. The buffer is borrowed; it must not be cleared,
-// moved or, by another thread, written while the input is used.
+// are written later are seen, also after an EOFException. The buffer is borrowed. Clearing or moving it makes
+// the input useless.
 class CBinaryInputFromBinaryOutputBuffer : public CBinaryInput {
 public:
     explicit CBinaryInputFromBinaryOutputBuffer(const BinaryOutputBuffer* buffer);
@@ -86,7 +88,8 @@ private:
     unsigned int m_Position = 0;
 };
 
-// Reads bytes in place. They are borrowed and must outlive the input; null when `length` is 0.
+// Reads bytes in place. They stay the caller's and must be there as long as the input; `data` may be null
+// when `length` is 0.
 class BinaryInputFromReadOnlyData : public CBinaryInput {
 public:
     BinaryInputFromReadOnlyData(BinaryStringLength mode, const unsigned char* data, unsigned int length);

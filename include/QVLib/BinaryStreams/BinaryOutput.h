@@ -58,7 +58,7 @@ public:
     // What a concrete output supplies.
 
     virtual ~CBinaryOutput();
-    // Appends `count` bytes; false on failure.
+    // Takes `count` more bytes, all of them or false.
     virtual bool Write(const void* data, unsigned int count) = 0;
     // A printf-style remark for outputs that are read by people. Writes nothing here: bytes carry no
     // comments.
@@ -83,7 +83,8 @@ public:
     requires(std::is_scalar_v<T> && !QVIsBinaryOutputScalar<T>) CBinaryOutput& operator<<(T) = delete;
 
     // Strings. Malformed UTF-8 is written as the characters that qv_codepoint_from_qvchar() makes of it.
-    // Throws std::length_error "string too long" for 2 GiB and more, whose count no reader would understand.
+    // Text of 2 GiB and more, whose count a reader might take for negative, gives std::length_error "string
+    // too long".
 
     // Writes the length of a string in the stream's mode.
     bool WriteStringLength(int count);
@@ -96,28 +97,31 @@ public:
     // A terminated text, not null.
     CBinaryOutput& operator<<(const char* text);
     CBinaryOutput& operator<<(const CQVSecureWString& text);
-    // Writes raw bytes behind their number, as a string's length is written.
+    // Writes raw bytes, which need not be text, behind their number, which is written like a string's length.
+    // False when the bytes were refused; a refused length is not told. `data` may be null for 0 bytes.
     bool WriteVMString(unsigned short length, const unsigned char* data);
 
     // Lists.
 
     CBinaryOutput& operator<<(const std::list<qvstring>& strings);
     CBinaryOutput& operator<<(const std::list<unsigned int>& values);
-    // Per entry its type and number as int and its text as a string.
+    // Each entry is its type and its number, as int, and its text.
     CBinaryOutput& operator<<(const COutputLogToRawList& log);
 
     // The codings beneath.
 
-    // Writes a value of up to 31 bits as one character in the UTF-8 scheme of RFC 2279, 1 to 6 bytes, with
-    // one Write(). A negative value goes out as its low 8 bits. Surrogates are characters like any other.
+    // Writes a value of up to 31 bits in the 1 to 6 bytes that RFC 2279 gives it, with one Write(). A
+    // negative value goes out as its low 8 bits. Surrogates are characters like any other.
     bool WriteUTFCharacter(int value);
-    // Writes an integer with seven bits per byte, low bits first, the top bit set in all bytes but the last;
-    // 1 to 5 bytes, one Write(). A negative value goes out as its low 7 bits only and cannot be read back.
+    // Writes an integer in groups of seven bits, the lowest first, each in a byte whose top bit says that
+    // more follow; 1 to 5 bytes, one Write(). A negative value goes out as its low 7 bits and cannot be read
+    // back.
     bool Write7BitEncodedInt(int value);
 
     // Copying, through a buffer on the stack.
 
-    // Copies `count` bytes from where `input` stands; false, and the rest not read, when a write fails.
+    // Copies `count` bytes from where `input` stands; false, and the rest not read, when a write fails. An
+    // input with fewer bytes throws CBinaryInput::EOFException.
     bool ReadDataFromBinaryInput(unsigned int count, CBinaryInput& input);
     // Copies as many bytes as the whole input has from where it stands, so it throws
     // CBinaryInput::EOFException when that is not the start.

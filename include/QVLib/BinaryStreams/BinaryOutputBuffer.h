@@ -32,7 +32,7 @@ public:
         explicit Block(unsigned int blockOffset)
             : offset(blockOffset) {} // leaves `data` unset: used bounds it
 
-        unsigned int offset; // of the first byte in the whole data, a multiple of BlockSize
+        unsigned int offset; // where its first byte lies in all the data, a multiple of BlockSize
         unsigned int used = 0;
         unsigned char data[BlockSize];
     };
@@ -58,6 +58,7 @@ public:
         return true;
     }
     void AddByte(unsigned char byte) override { Write(&byte, 1); }
+    // How many bytes the buffer holds, a reserved header among them.
     unsigned int GetTotalDataSize() const { return m_TotalDataSize; }
 
     // Starting anew. Each puts the read cursor at the start; addresses handed out before are no longer good.
@@ -71,24 +72,26 @@ public:
 
     // Taking everything out.
 
-    // A new array of GetTotalDataSize() bytes; the caller releases it with delete[].
+    // All bytes in one new array, GetTotalDataSize() long; the caller releases it with delete[].
     unsigned char* ToByteArray() const;
     // The same content, the array's size taken from the blocks themselves.
     unsigned char* GetAsByteArray() const;
-    // Hand over the blocks' own bytes, block by block. What the target made of them is not told.
+    // Pass the bytes on from where they lie, one call for each block. What the target made of them is not
+    // told.
     void CopyAllDataToDataSink(QVDataSink& sink) const;
     void CopyAllDataToBinaryOutput(CBinaryOutput& output) const;
 
-    // Walking the bytes without copying, with the buffer's own cursor. A cursor in the last block sees what
-    // is written there later; one past the last block stays there until BeginRead().
+    // Walking the bytes without copying, with the buffer's own cursor. While the cursor is in the last block
+    // it sees what is written later; once past it, it stays at the end until BeginRead().
 
+    // Puts the cursor at the first byte.
     void BeginRead() const;
-    // Gives the unread bytes of the cursor's block, of the next one when there are none. False at the end.
+    // Gives the unread bytes of the cursor's block or, when it has none left, of the next. False at the end.
     // The cursor stays in front of the bytes; they are good until the buffer is cleared.
     bool ReadNoCopy(const unsigned char*& data, unsigned int& length) const;
     // Moves past `count` bytes, at most as many as ReadNoCopy() gave.
     void ReadAdvance(unsigned int count) const;
-    // True when the cursor is past the last block. An empty buffer's is, after a ReadNoCopy() that failed.
+    // Whether the cursor has left the last block. In an empty buffer it does so with the first ReadNoCopy().
     bool IsEof() const { return m_ReadBlock == m_Blocks.end(); }
 
 private:

@@ -7,7 +7,7 @@
 enum BinaryStringLength {
     // The stream carries no strings; a string operation on it is a programming error (an assertion).
     BinaryStringLengthNotAllowed = 0,
-    // As one character of WriteUTFCharacter(), 1 to 6 bytes. All files of the library use this one.
+    // As one character of WriteUTFCharacter(), 1 to 6 bytes. The choice for files.
     BinaryStringLengthUTF8Character = 1,
     // As an integer of seven bits per byte, see Write7BitEncodedInt().
     BinaryStringLength7BitEncodedInt = 2,

@@ -41,9 +41,9 @@ public:
     bool MakeDirectory();
 
     // Gives this file another name in the same file system; an existing `target` is replaced. The error of a
-    // failure is left in this path. After a power cut at any moment the target is the old complete file or
-    // the new one: the file is synced before, the folder after. A failure of the last step leaves the new
-    // name in force.
+    // failure is left in this path. The file is synced before and the folder after, so a power cut costs the
+    // renaming at most, never the contents of either file. When the folder cannot be synced the answer is
+    // false, but the new name is in force.
     bool RenameFile(const CQVFilePath& target);
     // Puts `replacement` in the place of this file, in one step; its own name is then gone. The error of a
     // failure is left in this path. Durable as RenameFile().

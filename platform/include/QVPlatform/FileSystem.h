@@ -121,10 +121,11 @@ private:
 
 // One file of the system.
 //
-// Reads go through a buffer (4 KiB at first, 64 KiB once reading goes on), so reading record by record costs
-// no system call per record; a skip or seek that stays inside the buffer keeps it. Writes are one system call
-// per call. Interrupted and short calls are completed. Closing a file that was written syncs its data, and
-// the folder when the file was created, unless the object was made without.
+// A read fetches more than it was asked for (4 KiB at first, 64 KiB once reading goes on), so that small
+// reads in a row, and short moves between them, seldom reach the system; what another process changes in
+// that stretch meanwhile may not be seen. Every write reaches the system at once. Interrupted and short calls
+// are completed. CloseFile() syncs what was written, and the folder of a file that was created, unless the
+// object was made without.
 class QVFileUnix final : public QVFileInterface {
 public:
     explicit QVFileUnix(bool bSync = true) : m_bSync(bSync) {}

@@ -1,4 +1,4 @@
-// qvstring - the library's string: a standard byte string that holds UTF-8 text.
+// qvstring - the type of all text in the library and its platform: UTF-8 in a std::string.
 //
 // Nothing enforces valid UTF-8: text that came from outside may be malformed. The functions of Unicode.h say
 // what each of them makes of such bytes; none of them reads past the end or stops advancing.

@@ -38,7 +38,7 @@ void CHistoricTable::InitialiseFromPath(const CQVFilePath& path) {
 void CHistoricTable::InitialiseForReading(const CQVFilePath& path) {
     const WriteLockGuard lock(*this);
     m_Path = path;
-    BuildFileMap();
+    BuildFileMap(true);
 }
 
 void CHistoricTable::WriteNewRecord(long long timestamp, const void* record) {
@@ -122,7 +122,7 @@ void CHistoricTable::GetFiles(std::vector<HistoricFile>& files) const {
 // Both steps always: what the second finds is there to be read although the first failed.
 int CHistoricTable::ReadFolder() {
     const int splitError = RecoverInterruptedSplit();
-    const int listError = BuildFileMap();
+    const int listError = BuildFileMap(false);
     return splitError != 0 ? splitError : listError;
 }
 

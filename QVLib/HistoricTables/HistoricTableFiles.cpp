@@ -14,6 +14,9 @@ constexpr unsigned int kHalfLength = 12; // yyyymmddhhmm
 constexpr unsigned int kSeparatorAt = kHalfLength;
 constexpr unsigned int kDotAt = 2 * kHalfLength + 1;
 
+// Of the list of a folder that changes all the time.
+constexpr unsigned int kMaxListRetries = 20;
+
 // 0001-01-01 00:00 and 9999-12-31 23:59.
 constexpr long long kFirstNameableTime = -504'911'232'000'000'000;
 constexpr long long kLastNameableTime = 2'650'467'743'400'000'000;
@@ -38,10 +41,13 @@ TimestampStruct FieldsOf(long long time) {
     return fields;
 }
 
-// The folder's candidates: sizes by name. `error` is the errno of a list that is not complete, else 0; a folder
+// Sizes by name.
+using FileSizes = std::map<qvstring, long long>;
+
+// The folder's candidates. `error` is the errno of a list that is not complete, else 0; a folder
 // that is missing holds nothing.
-std::map<qvstring, long long> ListFiles(const CQVFilePath& directory, int& error) {
-    std::map<qvstring, long long> sizes;
+FileSizes ListFiles(const CQVFilePath& directory, int& error) {
+    FileSizes sizes;
     CQVFilePath pattern = directory;
     pattern.AppendFileName(kHistoricFilePattern);
     CQVFindFiles find;
@@ -57,7 +63,7 @@ std::map<qvstring, long long> ListFiles(const CQVFilePath& directory, int& error
 }
 
 // While the file of an unfinished split exists, its halves are copies.
-void HideCopies(const CQVSplitJournal::Split& split, std::map<qvstring, long long>& sizes) {
+void HideCopies(const CQVSplitJournal::Split& split, FileSizes& sizes) {
     char name[CHistoricTable::FileNameBufferSize];
     split.GetOldFile().GetFileName(name);
     if (!sizes.contains(name))
@@ -66,6 +72,28 @@ void HideCopies(const CQVSplitJournal::Split& split, std::map<qvstring, long lon
     sizes.erase(name);
     split.GetSecondHalf().GetFileName(name);
     sizes.erase(name);
+}
+
+// The files that count, with regard to an unfinished split, which another process may begin or end meanwhile: its
+// journal is asked for on both sides.
+FileSizes ListTableFiles(QVFileSystemInterface* fileSystem, const CQVFilePath& directory, int& error) {
+    CQVSplitJournal journal(fileSystem, directory);
+    CQVSplitJournal::Split split;
+    const CQVSplitJournal::State before = journal.Read(split);
+    FileSizes sizes = ListFiles(directory, error);
+    if (before == CQVSplitJournal::State::Complete)
+        HideCopies(split, sizes);
+    const CQVSplitJournal::State after = journal.Read(split);
+    if (after == CQVSplitJournal::State::Complete)
+        HideCopies(split, sizes);
+    if (before == CQVSplitJournal::State::Unreadable || after == CQVSplitJournal::State::Unreadable)
+        error = journal.GetLastError();
+    return sizes;
+}
+
+bool HaveSameNames(const FileSizes& a, const FileSizes& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const auto& left, const auto& right) { return left.first == right.first; });
 }
 
 // a + b, or the nearest end of the range.
@@ -121,21 +149,20 @@ bool CHistoricTable::HistoricFile::OverlapsSearchRange(long long from, long long
     return to >= m_Start && GetEnd() >= from;
 }
 
-// Returns 0, or the errno of what kept the map from being complete.
-int CHistoricTable::BuildFileMap() {
-    // Another process may begin or end a split while the folder is listed: ask for its journal on both sides.
-    CQVSplitJournal journal(m_pFileSystem, m_Path);
-    CQVSplitJournal::Split split;
-    const CQVSplitJournal::State before = journal.Read(split);
+// Returns 0, or the errno of what kept the map from being complete. `bOthersChange` says that another process may
+// be changing the folder meanwhile.
+int CHistoricTable::BuildFileMap(bool bOthersChange) {
     int error = 0;
-    std::map<qvstring, long long> sizes = ListFiles(m_Path, error);
-    if (before == CQVSplitJournal::State::Complete)
-        HideCopies(split, sizes);
-    const CQVSplitJournal::State after = journal.Read(split);
-    if (after == CQVSplitJournal::State::Complete)
-        HideCopies(split, sizes);
-    if (before == CQVSplitJournal::State::Unreadable || after == CQVSplitJournal::State::Unreadable)
-        error = journal.GetLastError();
+    FileSizes sizes = ListTableFiles(m_pFileSystem, m_Path, error);
+    // A split that came to its end while the folder was listed may have shown both the file and its halves. Then
+    // the next list shows other names.
+    for (unsigned int retry = 0; bOthersChange && retry < kMaxListRetries; ++retry) {
+        FileSizes next = ListTableFiles(m_pFileSystem, m_Path, error);
+        const bool bSameNames = HaveSameNames(sizes, next);
+        sizes = std::move(next);
+        if (bSameNames)
+            break;
+    }
 
     // In order of their names, so that one folder always gives the same map whatever order the system lists
     // it in.

@@ -16,9 +16,16 @@ public:
         long long split = 0;
         long long end = 0;
 
-        CHistoricTable::HistoricFile GetOldFile() const { return {start, end - start, 0, 0, 0}; }
-        CHistoricTable::HistoricFile GetFirstHalf() const { return {start, split - start, 0, 0, 0}; }
-        CHistoricTable::HistoricFile GetSecondHalf() const { return {split, end - split, 0, 0, 0}; }
+        CHistoricTable::HistoricFile GetOldFile() const { return Span(start, end); }
+        CHistoricTable::HistoricFile GetFirstHalf() const { return Span(start, split); }
+        CHistoricTable::HistoricFile GetSecondHalf() const { return Span(split, end); }
+
+    private:
+        // A time from another machine can be anything; the difference then wraps.
+        static CHistoricTable::HistoricFile Span(long long from, long long to) {
+            const auto duration = static_cast<unsigned long long>(to) - static_cast<unsigned long long>(from);
+            return {from, static_cast<long long>(duration), 0, 0, 0};
+        }
     };
 
     CQVSplitJournal(QVFileSystemInterface* fileSystem, const CQVFilePath& directory);

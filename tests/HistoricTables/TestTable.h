@@ -16,9 +16,14 @@
 #include <algorithm>
 #include <climits>
 #include <compare>
+#include <cstring>
+#include <gmock/gmock.h>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 constexpr long long kPeriod = CHistoricTable::FilePeriod;
 constexpr long long kMinute = CQVTimeInterval::UnitsPerMinute;
@@ -71,7 +76,7 @@ inline std::string NameOf(long long start, long long end) {
 // The whole records in a file's bytes.
 inline Records RecordsIn(const std::string& bytes) {
     Records records(bytes.size() / sizeof(Record));
-    std::memcpy(static_cast<void*>(records.data()), bytes.data(), records.size() * sizeof(Record));
+    bytes.copy(reinterpret_cast<char*>(records.data()), records.size() * sizeof(Record));
     return records;
 }
 

@@ -254,8 +254,12 @@ public:
     // while a request is built. A log is called with nothing locked.
     //
     // Deletions and splits that housekeeping does while the reply to an update is awaited are forgotten with
-    // that reply: the standby keeps such a file, whole, until the next query repairs it. No record is missing
-    // there.
+    // that reply. The standby keeps such a file, whole, until the next query repairs it: it holds records that
+    // the main deleted, or twice what the main sends anew because it split a file out of time order. Records
+    // are missing there only when the second half of a forgotten split is split again, out of time order: the
+    // standby then deletes the whole file.
+    //
+    // Two records of before time stamp 0 can end up in a file whose span is empty. It is not sent.
 
     // Writes the next request into `out`; false when none is due (nothing is written then).
     bool MainGetNextStandbyRequest(unsigned short channel, CBinaryOutput& out);
@@ -346,7 +350,7 @@ private:
 
     // Store.
     int ReadFolder();
-    int BuildFileMap();
+    int BuildFileMap(bool bOthersChange);
     bool EnsureFolderIsRead(COutputLog* log);
     int m_FolderError = 0; // errno while the map does not stand for the folder; guarded by m_FilesLock
     FileMap::iterator FindTargetFile(long long timestamp);

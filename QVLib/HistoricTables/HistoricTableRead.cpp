@@ -106,7 +106,8 @@ bool CHistoricTable::ReadContext::HistoricFileReadNextRecord() {
 
 bool CHistoricTable::BeginRead(long long from, long long to, ReadContext& ctx) const {
     ctx.InitReadContext(m_pFileSystem, from, to, m_RecordSize, ReadStateRange);
-    ctx.m_FileIterator = m_Files.begin();
+    // No file that ends before the range can overlap it.
+    ctx.m_FileIterator = m_Files.lower_bound(from);
     ctx.m_RecordIndex = 0;
     return ctx.m_bHasMore = ctx.HistoricFileNextRecord(m_Path, m_Files);
 }

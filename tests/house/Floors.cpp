@@ -19,15 +19,18 @@ struct ForeignHeaders {
 };
 constexpr ForeignHeaders kForeignHeaders[] = {
     {"platform/src/", ""},
-    // These two ask of the system what the library never does: to kill a process, and to mount a disk.
+    // These ask of the system what the library never does: kill a process, mount a disk, make a stack small.
     {"tests/support/ChildProcess.cpp", ""},
     {"tests/support/SmallDisk.cpp", ""},
+    {"tests/support/SmallStack.cpp", ""},
     {"QVLib/BinaryStreams/", "zlib.h"},
     {"QVLib/Tls/", "openssl/"},
     {"tools/", "CLI/"},
     {"tests/", "gtest/"},
     {"tests/", "gmock/"},
     {"benchmarks/", "benchmark/"},
+    {"benchmarks/", "nlohmann/"},
+    {"benchmarks/", "rapidjson/"},
     {"benchmarks/", "leveldb/"},
     {"benchmarks/", "sqlite3.h"},
     {"benchmarks/", "unicode/"},
@@ -65,6 +68,10 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
 bool EndsWith(const std::string& text, const std::string& suffix) {
     return text.size() >= suffix.size() &&
            text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+bool IsTest(const std::string& path) {
+    return StartsWith(path, "tests/") || StartsWith(path, "fuzz/");
 }
 
 std::string FolderPart(const std::string& path) {
@@ -108,7 +115,7 @@ std::string Resolve(const std::string& file, const Include& include, const Tree&
         if (!include.angled) {
             folders = {FolderPart(file)};
         }
-        if (StartsWith(file, "tests/")) {
+        if (IsTest(file)) {
             folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/qv/"});
         }
     }
@@ -122,19 +129,21 @@ std::string Resolve(const std::string& file, const Include& include, const Tree&
     return "";
 }
 
-// Whether a file may include a header that is not public: those beside it, and for tests those of their
-// subject.
+// Whether a file may include a header that is not public: those beside it, and for tests the shared fixtures, those of
+// their subject, and those of the tests beneath.
 bool IsVisible(const std::string& header, const std::string& file, const Floors& floors) {
-    const bool isTest = StartsWith(file, "tests/");
-    if (StartsWith(header, "tests/")) {
-        return isTest && (StartsWith(header, "tests/support/") || FolderPart(header) == FolderPart(file));
+    if (FolderPart(header) == FolderPart(file)) {
+        return true;
     }
     if (StartsWith(header, "tools/")) {
         return StartsWith(file, "tools/") || StartsWith(file, "tests/tools/");
     }
+    if (StartsWith(header, "tests/")) {
+        return IsTest(file) && (StartsWith(header, "tests/support/") ||
+                                floors.MaySee(FloorOf(file, floors), FloorOf(header, floors)));
+    }
     const bool isFixture = StartsWith(file, "tests/support/") && StartsWith(header, "platform/");
-    return isFixture || FolderPart(header) == FolderPart(file) ||
-           (isTest && FloorOf(header, floors) == FloorOf(file, floors));
+    return isFixture || (IsTest(file) && FloorOf(header, floors) == FloorOf(file, floors));
 }
 
 std::string JudgeForeign(const std::string& file, const std::string& name) {

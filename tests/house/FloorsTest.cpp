@@ -38,6 +38,7 @@ const Tree kHeaders = {
     {"include/QVLib/HistoricTables/HistoricTable.h", ""},
     {"include/QVLib/Tags/TagName.h", ""},
     {"QVLib/HistoricTables/FileNames.h", ""},
+    {"tests/Parsing/ParsingTools.h", ""},
     {"tests/support/TemporaryFolder.h", ""},
     {"tools/qv/Options.h", ""},
 };
@@ -89,6 +90,9 @@ TEST(Floors, IncludeLinesAreJudged) {
         {"QVLib/Json/JSONValue.cpp", "#include \"../HistoricTables/FileNames.h\"", "private"},
         {"tests/Json/JSONValueTest.cpp", "#include \"HistoricTables/FileNames.h\"", "private"},
         {"tests/Json/JSONValueTest.cpp", "#include <support/TemporaryFolder.h>", ""},
+        {"fuzz/JsonFuzzer.cpp", "#include <support/TemporaryFolder.h>", ""},
+        {"tests/Json/JSONValueTest.cpp", "#include \"Parsing/ParsingTools.h\"", ""},
+        {"tests/Tags/TagNameTest.cpp", "#include \"Parsing/ParsingTools.h\"", "private"},
         {"QVLib/Json/JSONValue.cpp", "#include \"../../tests/support/TemporaryFolder.h\"", "private"},
         {"tests/platform/LocksTest.cpp", "#include \"SystemCalls.h\"", ""},
         {"tests/support/FaultSystemCalls.h", "#include <SystemCalls.h>", ""},

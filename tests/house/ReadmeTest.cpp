@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 
 namespace {
@@ -22,4 +24,17 @@ TEST(Readme, FirstProgramIsTheExample) {
     const auto end = readme.find("```", start + fence.size());
     EXPECT_EQ(readme.substr(start + fence.size(), end - start - fence.size()),
               Contents(QV_SOURCE_DIR "/examples/record_and_read.cpp"));
+}
+
+TEST(Readme, LinksLeadToFiles) {
+    const std::regex link(R"(\]\(([^)#:]+)[^)]*\))");
+    for (const char* page : {"README.md", "CONTRIBUTING.md", "CHANGELOG.md", "docs/architecture.md"}) {
+        const std::filesystem::path path = std::filesystem::path(QV_SOURCE_DIR) / page;
+        const std::string text = Contents(path);
+        for (auto match = std::sregex_iterator(text.begin(), text.end(), link);
+             match != std::sregex_iterator(); ++match) {
+            EXPECT_TRUE(std::filesystem::exists(path.parent_path() / (*match)[1].str()))
+                << page << ": " << match->str();
+        }
+    }
 }

@@ -257,7 +257,9 @@ public:
     // that reply. The standby keeps such a file, whole, until the next query repairs it: it holds records that
     // the main deleted, or twice what the main sends anew because it split a file out of time order. Records
     // are missing there only when the second half of a forgotten split is split again, out of time order: the
-    // standby then deletes the whole file.
+    // standby then deletes the whole file. A query takes files of one span and number of records for the same
+    // file; should the doubled records make up just the difference, it does not notice them. Keep house between
+    // two exchanges, and nothing is forgotten.
     //
     // Two records of before time stamp 0 can end up in a file whose span is empty. It is not sent.
 

@@ -1,0 +1,356 @@
+#include "../Parsing/ParsingTesting.h"
+#include <QVLib/Json/JSONParseContext.h>
+#include <QVLib/Json/JSONValue.h>
+#include <QVLib/Parsing/ErrorLog.h>
+#include <QVPlatform/OutputLog.h>
+#include <QVPlatform/TextOutput.h>
+#include <climits>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+struct Releaser {
+    void operator()(JSONValue* value) const { value->Release(); }
+};
+using Value = std::unique_ptr<JSONValue, Releaser>;
+
+struct Parsed {
+    Value value;
+    std::string messages;
+    std::string rest; // the token behind the value
+};
+
+Parsed Parse(CTextInput& input) {
+    COutputLogToString log;
+    JSONParseContext context(&input, &log);
+    Parsed parsed;
+    parsed.value.reset(JSONValue::ParseProperty(context));
+    EXPECT_EQ(parsed.value == nullptr, context.GetErrorCount() == 1) << log.GetString();
+    parsed.messages = log.GetString();
+    CParseToken token;
+    context.GetNextJSONToken(token);
+    parsed.rest = token.Text();
+    return parsed;
+}
+
+Parsed Parse(const std::string& text) {
+    TextInputQVString input(text, "n");
+    return Parse(input);
+}
+
+std::string Format(const JSONValue& value, bool pretty = false) {
+    CTextOutputString out;
+    value.Format(pretty, out);
+    return out.GetString();
+}
+
+TEST(JSONParser, Accepts) {
+    struct Row {
+        std::string text;
+        std::string compact;
+        std::string rest = "";
+    };
+    const Row rows[] = {
+        {"[1,2,3]", "[1,2,3]"},
+        {R"({"b":1,"a":2})", R"({"a":2,"b":1})"},
+        {R"({"a":1,"a":2, "A":3})", R"({"A":3,"a":2})"},
+        {R"({"z":1,"a":[],"m":{},"a":{"b":[{}]}})", R"({"a":{"b":[{}]},"m":{},"z":1})"},
+        {"-5", "-5"},
+        {"- 5", "-5"},
+        {"-\n5 x", "-5", "x"},
+        {"-0", "-0"},
+        {"1.5e-3", "0.0015"},
+        {"2E+10", "2e+10"},
+        {"7.", "7"},
+        {"7.e2,", "700", ","},
+        {"1e5", "100000"},
+        {"1e", "1"},
+        {"1e+", "1"},
+        {"1e+]", "1", "]"},
+        {"1e5x", "1", "e5x"},
+        {"1.5.3", "1.5", "."},
+        {"1..2", "1", ".."},
+        {"1...2", "1", "..."},
+        {"0x10", "0", "x10"},
+        {"1 .5", "1", "."},
+        {"007", "7"},
+        {"123456789", "1.23457e+08"},
+        {"1234567", "1.23457e+06"},
+        {"1e21", "1e+21"},
+        {"0.1", "0.1"},
+        {"1e999", "inf"},
+        {"1000000000000000000000000e300", "inf"},
+        {"1e-999", "0"},
+        {"0.0000001e-400", "0"},
+        {"1e99999999999999999999", "inf"},
+        {"[1e-99999999999999999999]", "[0]"},
+        {"123456789012345678901234567890", "1.23457e+29"},
+        {"True", "true"},
+        {"FALSE", "false"},
+        {"NULL", "null"},
+        {R"("")", R"("")"},
+        {R"("\u0041\u00e9")", "\"A\xc3\xa9\""},
+        {R"("\x\/\\\"\b\f\n\r\t")", R"("x/\\\"\b\f\n\r\t")"},
+        {R"("\u4z\u")", "\"\\u0004z\\u0000\""},
+        {R"("\ud83d")", "\"\xed\xa0\xbd\""},
+        {"\"a\nb\"", R"("a\nb")"},
+        {"\"a\r\nb\tc\x1f\x7f\"", "\"a\\nb\\tc\\u001F\x7f\""},
+        {"\"h\xc3\xa9\xe2\x82\xac\" 1", "\"h\xc3\xa9\xe2\x82\xac\"", "1"},
+        {R"("open)", R"("open")"},
+        {R"("open\)", R"("open")"},
+        {" \n\t[ 1 , {\"a\" : null} ] ", R"([1,{"a":null}])"},
+        {"[[],[[]],{}]", "[[],[[]],{}]"},
+        {"{} {}", "{}", "{"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        const Parsed parsed = Parse(row.text);
+        ASSERT_TRUE(parsed.value) << parsed.messages;
+        EXPECT_EQ(Format(*parsed.value), row.compact);
+        EXPECT_EQ(parsed.rest, row.rest);
+        // Text that is in memory only in part, or not at all, is read token by token.
+        for (const unsigned int readSize : ReadSizes) {
+            ChunkedInput input(row.text, readSize);
+            const Parsed again = Parse(input);
+            ASSERT_TRUE(again.value) << readSize;
+            EXPECT_EQ(Format(*again.value), row.compact) << readSize;
+            EXPECT_EQ(again.rest, row.rest) << readSize;
+        }
+    }
+}
+
+TEST(JSONParser, RefusesWithOneMessageAtThePlace) {
+    struct Row {
+        std::string text;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"", "n(1,1-1): error 101: Found 'End of File' when expecting 'JSON Property Value'."},
+        {"+5", "n(1,1-2): error 101: Found '+' when expecting 'JSON Property Value'."},
+        {"- x", "n(1,3-4): error 101: Found 'x' when expecting 'Numeric value'."},
+        {"--5", "n(1,2-3): error 101: Found '-' when expecting 'Numeric value'."},
+        {"[1,]", "n(1,4-5): error 101: Found ']' when expecting 'JSON Property Value'."},
+        {"[1 2]", "n(1,4-5): error 101: Found '2' when expecting ','."},
+        {"[1", "n(1,3-3): error 101: Found 'End of File' when expecting ','."},
+        {"[\n  1\n  }", "n(3,3-4): error 101: Found '}' when expecting ','."},
+        {"{1:2}", "n(1,2-3): error 101: Found '1' when expecting 'Property Name'."},
+        {"{\"a\":1,}", "n(1,8-9): error 101: Found '}' when expecting 'Property Name'."},
+        {"{\"a\" 1}", "n(1,6-7): error 101: Found '1' when expecting ':'."},
+        {"{\"a\":}", "n(1,6-7): error 101: Found '}' when expecting 'JSON Property Value'."},
+        {"{\"a\":[{\"b\":tru}]}", "n(1,12-15): error 101: Found 'tru' when expecting 'JSON Property Value'."},
+        {"[\"open", "n(1,7-7): error 101: Found 'End of File' when expecting ','."},
+        {"{\"a", "n(1,4-4): error 101: Found 'End of File' when expecting ':'."},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(Parse(row.text).messages, std::string(row.message) + "\n");
+        for (const unsigned int readSize : ReadSizes) {
+            ChunkedInput input(row.text, readSize);
+            EXPECT_EQ(Parse(input).messages, std::string(row.message) + "\n") << readSize;
+        }
+    }
+}
+
+TEST(JSONParser, LimitsDepth) {
+    const auto nested = [](unsigned int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    EXPECT_TRUE(Parse(nested(JSONMaxDepth)).value);
+    EXPECT_EQ(Parse(nested(JSONMaxDepth + 1)).messages,
+              "n(1,1001-1002): error 106: Syntax error near '['.\n");
+
+    std::string objects;
+    for (int i = 0; i < 1'000'000; ++i)
+        objects += "{\"a\":";
+    TextInputQVString input(objects, "n");
+    EXPECT_EQ(Parse(input).messages, "n(1,5001-5002): error 106: Syntax error near '{'.\n");
+}
+
+TEST(JSONParser, GoesOnWithTokensThatWerePushedBack) {
+    COutputLogToString log;
+    TextInputQVString input(std::string("- 1 [2] \"s\" : 3"), "n");
+    JSONParseContext context(&input, &log);
+    for (const char* expected : {"-1", "[2]", "\"s\""}) {
+        CParseToken token;
+        context.GetNextJSONToken(token);
+        context.ReplaceToken(std::move(token));
+        const Value value(JSONValue::ParseProperty(context));
+        ASSERT_TRUE(value);
+        EXPECT_EQ(Format(*value), expected);
+    }
+}
+
+TEST(JSONParser, MarksAStringThatTheTextEndsIn) {
+    for (const auto& [text, terminated] :
+         {std::pair("\"a\"", true), std::pair("\"a", false), std::pair("\"a\\\"", false)}) {
+        COutputLogNull log;
+        TextInputQVString input(text, "n");
+        JSONParseContext context(&input, &log);
+        CParseToken token;
+        EXPECT_EQ(context.GetNextJSONToken(token), JSONTokenString);
+        EXPECT_EQ(token.IsTerminated(), terminated) << text;
+        EXPECT_EQ(token.Text(), text);
+    }
+}
+
+// Whatever the bytes: a value or one message, and what is printed reads back as itself.
+TEST(JSONParser, FormatIsAFixpointForRandomTexts) {
+    const char* pieces[] = {"[",  "]",   "{",    "}",        ",",     ":",        "\"a\"", "\"b\\n\"",
+                            "1",  "2.5", "-",    "e3",       "true",  "null",     " ",     "\n",
+                            "\"", "\\",  "\x80", "\xc3\xa9", "[1,2]", "{\"k\":0}"};
+    std::mt19937 random(20211);
+    for (int i = 0; i < 20'000; ++i) {
+        std::string text = i % 2 ? "[" : "";
+        for (unsigned int count = static_cast<unsigned int>(random() % 12); count > 0; --count)
+            text += pieces[random() % std::size(pieces)];
+        if (i % 2)
+            text += "]";
+        const Parsed parsed = Parse(text);
+        if (!parsed.value)
+            continue;
+        const std::string once = Format(*parsed.value);
+        if (once.find("inf") != std::string::npos)
+            continue; // which JSON has no word for
+        const Parsed again = Parse(once);
+        ASSERT_TRUE(again.value) << text << " -> " << once;
+        ASSERT_EQ(Format(*again.value), once) << text;
+    }
+}
+
+TEST(JSONValue, FormatsPretty) {
+    const Parsed parsed = Parse(std::string(R"({"a":1,"b":{"c":true},"d":[1,[]],"e":{}})"));
+    EXPECT_EQ(Format(*parsed.value, true), "{\n"
+                                           "  \"a\":1,\n"
+                                           "  \"b\":{\n"
+                                           "    \"c\":true},\n"
+                                           "  \"d\":[\n"
+                                           "    1,\n"
+                                           "    [\n"
+                                           "    ]],\n"
+                                           "  \"e\":{\n"
+                                           "  }}");
+}
+
+TEST(JSONValue, TruthTextAndNumbers) {
+    struct Row {
+        const char* text;
+        bool truth;
+        const char* evaluated;
+    };
+    const Row rows[] = {
+        {"null", false, "null"},
+        {"true", true, "true"},
+        {"0", false, "0"},
+        {"-0.5", true, "-0.5"},
+        {"\"\"", false, ""},
+        {"\"a\\n\"", true, "a\n"},
+        {"[]", false, "[]"},
+        {"[0,\"\"]", false, "[0,\"\"]"},
+        {"[0,1]", true, "[0,1]"},
+        {"{}", false, "{}"},
+        {"{\"a\":0}", true, "{\"a\":0}"},
+        {"[[0,[\"x\"]]]", true, "[[0,[\"x\"]]]"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        const Parsed parsed = Parse(std::string(row.text));
+        EXPECT_EQ(parsed.value->CastToBoolean(), row.truth);
+        CTextOutputString out;
+        parsed.value->Evaluate(out);
+        EXPECT_EQ(out.GetString(), row.evaluated);
+    }
+}
+
+TEST(JSONValue, Calculates) {
+    struct Row {
+        const char* left;
+        char operation;
+        const char* right;
+        const char* result; // empty: none
+        const char* message = "";
+    };
+    const Row rows[] = {
+        {"5", '+', "2", "7"},
+        {"5", '-', "2", "3"},
+        {"5", '*', "2", "10"},
+        {"5", '/', "2", "2.5"},
+        {"5", '%', "-3", "2"},
+        {"-5", '%', "3", "-2"},
+        {"5", '/', "0", "null"},
+        {"5", '%', "0", "null"},
+        {"5", 'n', "0", "-5"},
+        {"\"x\"", '+', "1", "", "Error 901: The left side of the '+' operator must evaluate to a number.\n"},
+        {"null", '-', "1", "", "Error 901: The left side of the '-' operator must evaluate to a number.\n"},
+        {"[]", '*', "1", "", "Error 901: The left side of the '*' operator must evaluate to a number.\n"},
+        {"{}", '/', "1", "", "Error 901: The left side of the '/' operator must evaluate to a number.\n"},
+        {"1", '%', "true", "", "Error 902: The right side of the '%' operator must evaluate to a number.\n"},
+        {"1", '+', "\"1\"", "", "Error 902: The right side of the '+' operator must evaluate to a number.\n"},
+        {"true", 'n', "0", "", "Error 903: Cannot negate a non-numeric value.\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.left) + row.operation + row.right);
+        const Value left = Parse(std::string(row.left)).value;
+        const Value right = Parse(std::string(row.right)).value;
+        CErrorLogToString log;
+        const ErrorLocationNull nowhere;
+        Value result;
+        switch (row.operation) {
+        case '+':
+            result.reset(left->DoAdd(right.get(), nowhere, log));
+            break;
+        case '-':
+            result.reset(left->DoSub(right.get(), nowhere, log));
+            break;
+        case '*':
+            result.reset(left->DoMul(right.get(), nowhere, log));
+            break;
+        case '/':
+            result.reset(left->DoDiv(right.get(), nowhere, log));
+            break;
+        case '%':
+            result.reset(left->DoMod(right.get(), nowhere, log));
+            break;
+        default:
+            result.reset(left->DoNegate(nowhere, log));
+        }
+        EXPECT_EQ(result ? Format(*result) : "", row.result);
+        EXPECT_EQ(log.GetString(), row.message);
+    }
+}
+
+TEST(JSONValue, ArraysAndObjectsHoldTheirValues) {
+    const Value array = Parse(std::string("[1,2]")).value;
+    const auto& values = static_cast<const JSONValueArray&>(*array);
+    EXPECT_EQ(values.GetValueCount(), 2u);
+    for (const auto& [index, expected] :
+         {std::pair(0, 1.0), std::pair(1, 2.0), std::pair(-1, 2.0), std::pair(-2, 1.0)}) {
+        const Value value(values.LookupValue(index));
+        ASSERT_TRUE(value) << index;
+        EXPECT_EQ(static_cast<const JSONValueNumeric&>(*value).GetValue(), expected);
+    }
+    for (const int index : {2, -3, INT_MAX, INT_MIN})
+        EXPECT_EQ(values.LookupValue(index), nullptr);
+
+    JSONValueObject object;
+    object.AddValue("text", "t");
+    object.AddValue("flag", true);
+    object.AddValue("number", 7);
+    object.AddValue("copy", qvstring("c"));
+    object.AddValue("number", 8);
+    const Value text(object.FindMember("text"));
+    object.AddValue("text", text.get()); // the value that it already holds
+    EXPECT_EQ(Format(object), R"({"copy":"c","flag":true,"number":8,"text":"t"})");
+    EXPECT_EQ(object.FindMember("none"), nullptr);
+
+    double number = 0;
+    char buffer[2] = "";
+    EXPECT_TRUE(object.QueryNumericValue("number", number));
+    EXPECT_EQ(number, 8);
+    EXPECT_FALSE(object.QueryNumericValue("text", number));
+    EXPECT_FALSE(object.QueryNumericValue("none", number));
+    object.AddValue("long", "abc");
+    EXPECT_TRUE(object.QueryStringValue("long", buffer, sizeof buffer));
+    EXPECT_STREQ(buffer, "a");
+    EXPECT_FALSE(object.QueryStringValue("number", buffer, sizeof buffer));
+}
+
+} // namespace

@@ -12,4 +12,5 @@ void AddHistoryCommands(CLI::App& app, ToolContext& context) {
     AddHistoryFilesCommands(*history, context);
     AddHistoryReplicationCommands(*history, context);
     AddHistoryCompareCommand(*history, context);
+    AddHistoryExportCommands(*history, context);
 }

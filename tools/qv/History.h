@@ -19,3 +19,5 @@ void AddHistoryFilesCommands(CLI::App& history, ToolContext& context);
 // standby, replicate
 void AddHistoryReplicationCommands(CLI::App& history, ToolContext& context);
 void AddHistoryCompareCommand(CLI::App& history, ToolContext& context);
+// export, ddl
+void AddHistoryExportCommands(CLI::App& history, ToolContext& context);

@@ -116,10 +116,10 @@ std::unique_ptr<JSONataExpr> JSONataExpr::MakeNested(unsigned int depth) {
 }
 
 bool JSONataExpr::ParseJSONataExpr(JSONParseContext& context) {
-    const auto token = std::make_unique<CParseToken>();
-    if (!Parse(context, *token))
+    CParseToken token;
+    if (!Parse(context, token))
         return false;
-    context.ReplaceToken(std::move(*token));
+    context.ReplaceToken(std::move(token));
     return true;
 }
 

@@ -1,5 +1,5 @@
-// Tokens of any bytes. However much of the text lies in memory, the tokens are the same; each begins where the
-// one before it ended; and joined they are the text.
+// Tokens of any bytes. However much of the text lies in memory, the tokens are the same; each begins where
+// the one before it ended; and joined they are the text.
 #include <QVLib/Parsing/ParseContextEx.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/Assert.h>

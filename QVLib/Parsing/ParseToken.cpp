@@ -42,6 +42,26 @@ unsigned int MembersOfNumber(ParseNumericMode mode) {
     return mode == ParseNumericDigitRun ? CharacterDigit : 0;
 }
 
+// A token of characters that belong together, found by the class of its first one. Without members, that
+// one is all.
+struct Run {
+    int m_Type = TokenUnknown;
+    unsigned int m_Members = 0;
+};
+
+Run GetRun(unsigned int firstClass, ParseIdentifierMode identifierMode, ParseNumericMode numericMode) {
+    switch (firstClass) {
+    case CharacterBlank:
+        return {TokenWhitespace, CharacterBlank};
+    case CharacterDigit:
+        return {TokenNumeric, MembersOfNumber(numericMode)};
+    case CharacterLetter:
+        return {TokenIdentifier, MembersOfIdentifier(identifierMode)};
+    default:
+        return {};
+    }
+}
+
 unsigned char ToLower(char byte) {
     return static_cast<unsigned char>(byte >= 'A' && byte <= 'Z' ? byte - 'A' + 'a' : byte);
 }
@@ -75,6 +95,16 @@ CParseToken& CParseToken::operator=(CParseToken&& other) noexcept {
 void CParseToken::Parse(CTextInput* input, ParseIdentifierMode identifierMode, ParseNumericMode numericMode) {
     Clear();
     CQVTextLocation& begin = m_Location.Begin();
+    const std::string_view ahead = input->PeekText();
+    if (!ahead.empty()) {
+        const Run run = GetRun(ClassOfByte(ahead[0]), identifierMode, numericMode);
+        if (run.m_Members != 0) {
+            m_Type = run.m_Type;
+            input->GetNextLocation(begin);
+            ParseRun(input, run.m_Members);
+            return;
+        }
+    }
     int first = 0;
     const bool isRead = input->ReadCodePointWithLocation(first, begin);
     if (first == 0 || !isRead) {
@@ -86,34 +116,19 @@ void CParseToken::Parse(CTextInput* input, ParseIdentifierMode identifierMode, P
         return;
     }
     AppendCodePoint(first);
-    switch (ClassOfCodePoint(first)) {
-    case CharacterBlank:
-        m_Type = TokenWhitespace;
-        ParseRun(input, CharacterBlank);
-        break;
-    case CharacterDigit:
-        m_Type = TokenNumeric;
-        ParseRun(input, MembersOfNumber(numericMode));
-        break;
-    case CharacterLetter:
-        m_Type = TokenIdentifier;
-        ParseRun(input, MembersOfIdentifier(identifierMode));
-        break;
-    default:
-        ParseOperator(input, first);
-    }
+    const Run run = GetRun(ClassOfCodePoint(first), identifierMode, numericMode);
+    m_Type = run.m_Type;
+    if (run.m_Members != 0)
+        ParseRun(input, run.m_Members);
+    else
+        ParseCharacter(input, first);
 }
 
-// Where the text is in memory, the characters of the run are taken out of it at once and the one that stops
-// it is only looked at. Elsewhere, and for characters beyond ASCII, each is read, and the last one pushed
-// back.
+// Takes the members that come next. Where the text is in memory, they are taken out of it at once and the
+// character that stops the run is only looked at. Elsewhere, and beyond ASCII, each is read, and the last
+// one pushed back.
 void CParseToken::ParseRun(CTextInput* input, unsigned int members) {
     CQVTextLocation& end = m_Location.End();
-    if (members == 0) {
-        end = m_Location.Begin();
-        end.AdvanceColumns(1);
-        return;
-    }
     for (;;) {
         const std::string_view ahead = input->PeekText();
         const unsigned int length = LengthOfRun(ahead, members);
@@ -134,8 +149,8 @@ void CParseToken::ParseRun(CTextInput* input, unsigned int members) {
     }
 }
 
-// Everything that starts neither a run nor is the end.
-void CParseToken::ParseOperator(CTextInput* input, int first) {
+// Everything of one character, and what starts with it.
+void CParseToken::ParseCharacter(CTextInput* input, int first) {
     m_Location.End() = m_Location.Begin();
     m_Location.End().IncrementByCodePoint(first);
     switch (first) {
@@ -157,7 +172,7 @@ void CParseToken::ParseOperator(CTextInput* input, int first) {
         m_Type = TakeIfNext(input, '=') ? TokenGreaterEqual : first;
         break;
     default:
-        if (first >= 33 && first <= 126)
+        if (m_Type == TokenUnknown && first >= 33 && first <= 126)
             m_Type = first;
     }
 }

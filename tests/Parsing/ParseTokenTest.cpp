@@ -63,7 +63,8 @@ TEST(ParseTokenTest, TextBecomesTokensWithExactRanges) {
     }
 }
 
-// The end of a run is where the stopping character says that it stands, which need not be where the run leads.
+// The end of a run is where the stopping character says that it stands, which need not be where the run
+// leads.
 TEST(ParseTokenTest, CharactersThatWerePushedBackBringTheirPlaces) {
     ChunkedInput input("c", 16);
     CQVTextLocation location;

@@ -104,9 +104,9 @@ public:
     static const char* GetTokenName(int type);
 
 private:
-    // The steps of Parse(): each finishes a token whose first character is taken.
+    // The steps of Parse(): each finishes a token that has begun.
     void ParseRun(CTextInput* input, unsigned int members);
-    void ParseOperator(CTextInput* input, int first);
+    void ParseCharacter(CTextInput* input, int first);
     bool TakeIfNext(CTextInput* input, char expected);
 
     int m_Type = TokenUnknown;

@@ -489,3 +489,63 @@ TEST(HistoricTableUnfinishedSplit, KeepsItsFile) {
         EXPECT_FALSE(folder.Exists(kJournal));
     }
 }
+
+// What a power cut leaves depends on what was synced before what. The journal first, then the halves, then the
+// old file goes, and only when that is for good the journal.
+TEST(HistoricTableOrder, ASplitIsOnTheDiskStepByStep) {
+    const TemporaryFolder folder = TemporaryFolder::InMemory();
+    const std::string folderName = folder.GetFilePath().GetFileName();
+    const std::string old = NameOf(0, 2 * P);
+    const std::string first = NameOf(0, 3 * M);
+    const std::string second = NameOf(3 * M, 2 * P);
+    const std::vector<std::string> inOrder[] = {
+        {"fdatasync split.journal", "fsync " + folderName, "open " + first},
+        {"fdatasync split.journal", "fsync " + folderName, "open " + second},
+        {"fdatasync " + first, "fsync " + folderName, "unlink " + old},
+        {"fdatasync " + second, "fsync " + folderName, "unlink " + old},
+        {"unlink " + old, "fsync " + folderName, "unlink split.journal"},
+    };
+    for (unsigned int n = 0; n <= 8; n++) { // the n-th sync fails
+        SCOPED_TRACE(n);
+        Load(folder, {{old, BytesOf(kInOrder)}});
+        TestTable table(folder.GetFilePath(), QVFileSystem::GetInstance());
+        FaultSystemCalls system;
+        if (n != 0)
+            system.FailAt(SystemCall::Sync | SystemCall::SyncData, n, EIO);
+        const bool bSplit = table.SplitLargest(3);
+        EXPECT_EQ(bSplit, n == 0 || n >= 7) << "a failure behind the erasing of the old file comes too late";
+        const std::vector<std::string> record = system.GetRecord();
+        for (const std::vector<std::string>& steps : inOrder) {
+            auto at = record.begin();
+            for (const std::string& step : steps) {
+                at = std::find(at, record.end(), step);
+                EXPECT_TRUE(n != 0 || at != record.end()) << step;
+            }
+        }
+        EXPECT_EQ(folder.Exists(old), !bSplit);
+        EXPECT_EQ(folder.Exists(kJournal), n == 7) << "stays when the old file may come back";
+        system.Heal();
+        CheckNewTable(folder, Sorted(kInOrder));
+    }
+}
+
+TEST(HistoricTableOrder, AFlushThatReturnedIsOnTheDisk) {
+    const TemporaryFolder folder = TemporaryFolder::InMemory();
+    TestTable table(folder.GetFilePath(), QVFileSystem::GetInstance());
+    FaultSystemCalls system;
+    const std::string name = NameOf(0, 2 * P);
+    const auto synced = [&](const std::string& call) {
+        const std::vector<std::string> record = system.GetRecord();
+        return std::count(record.begin(), record.end(), call);
+    };
+    table.Flush({{1, 1}});
+    EXPECT_EQ(synced("fdatasync " + name), 1);
+    EXPECT_EQ(synced("fsync " + folder.GetFilePath().GetFileName()), 1);
+    table.Flush({{2, 2}});
+    EXPECT_EQ(synced("fdatasync " + name), 2);
+    EXPECT_EQ(synced("fsync " + folder.GetFilePath().GetFileName()), 1) << "the file is not new any more";
+    system.FailAt(SystemCall::SyncData, 1, EIO);
+    EXPECT_EQ(table.Flush({{3, 3}}), 1u);
+    EXPECT_THAT(table.TakeLog(), ElementsAre("! Close file '" + name + "' returns: Input/output error"));
+    EXPECT_EQ(table.Errors(), "Error 5");
+}

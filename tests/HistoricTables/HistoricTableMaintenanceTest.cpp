@@ -402,6 +402,11 @@ TEST(HistoricTableMaintenance, ValidationNamesEveryFault) {
           "! ** Record 2 timestamp 39321600000000 is after the file end time 39321600000000"}},
         {[&](const Files& t) { t.folder.Write("notes.qvhis", ""); },
          {checkingFirst, checkingSecond, unexpected("notes.qvhis")}},
+        {[&](const Files& t) {
+             t.folder.Remove(first);
+             t.folder.Write("notes.qvhis", "");
+         },
+         {checkingFirst, "! ** File could not be opened", checkingSecond, unexpected("notes.qvhis")}},
         {[&](const Files& t) { t.folder.Write(wrongStart, ""); },
          {checkingFirst, checkingSecond, unexpected(wrongStart)}},
         {[&](const Files& t) { t->m_Files.erase(P); }, {checkingSecond, unexpected(first)}},

@@ -12,7 +12,6 @@
 #include <random>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <QVPlatform/Timestamp.h>
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -35,7 +36,7 @@ bool ParseDuration(std::string_view text, long long& ticks) {
     const double product = number * static_cast<double>(unit->m_Ticks);
     if (!(product >= 1 && product <= MaxDuration))
         return false;
-    ticks = static_cast<long long>(product + 0.5);
+    ticks = std::llround(product);
     return true;
 }
 

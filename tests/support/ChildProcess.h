@@ -11,9 +11,13 @@
 //
 // The child is a copy of the test's process: make it while the test has no other threads. It ends when its work
 // returns or throws; nothing of the test runs in it afterwards.
+//
+// ChildProgram - runs a program beside the test; it too can be killed at any moment.
 #pragma once
 
 #include <functional>
+#include <string>
+#include <vector>
 
 class ChildProcess {
 public:
@@ -35,4 +39,24 @@ public:
 private:
     int m_Process;
     int m_Pipe = -1;
+};
+
+class ChildProgram {
+public:
+    // Starts the program arguments[0]. What it prints is appended to a file.
+    ChildProgram(const std::vector<std::string>& arguments, const std::string& outputFile);
+    // Kills the program if it still runs.
+    ~ChildProgram();
+    ChildProgram(const ChildProgram&) = delete;
+    ChildProgram& operator=(const ChildProgram&) = delete;
+
+    // Kills it with SIGKILL. True when that is what ended it, false when it had ended by itself.
+    bool Kill();
+    // Asks it to end (SIGTERM) and waits for that. Its exit code, -1 when a signal ended it.
+    int Stop();
+
+private:
+    int End(int signal);
+
+    int m_Process;
 };

@@ -2,8 +2,10 @@
 
 #include "History.h"
 #include "HistoryFolder.h"
+#include "LiveLine.h"
 #include "MachineSampler.h"
 #include "Output.h"
+#include "ReplicationSender.h"
 #include "TimeText.h"
 
 #include <CLI/CLI.hpp>
@@ -13,11 +15,13 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <optional>
 
 namespace {
 
-constexpr long long FlushPeriod = CQVTimeInterval::UnitsPerSecond;
-constexpr long long HousekeepingPeriod = 10 * CQVTimeInterval::UnitsPerSecond;
+constexpr long long FlushesPerHousekeeping = 10;
+// What is left for the standby at the end may delay it so long.
+constexpr std::chrono::seconds PatienceAtEnd(5);
 
 struct RecordOptions {
     FolderOptions m_Folder;
@@ -25,23 +29,17 @@ struct RecordOptions {
     std::string m_For;
     unsigned int m_Keep = 10'000'000;
     std::string m_MaxFile = "64M";
-};
-
-// Messages of the table must not land in the middle of the live line.
-class LogAroundLiveLine : public MessageLog {
-public:
-    bool AppendMessage(LogType type, int number, const char* text, unsigned int length) override {
-        if (qv_is_terminal(2))
-            RewriteTerminalLine("");
-        return MessageLog::AppendMessage(type, number, text, length);
-    }
+    std::string m_FlushEvery = "1s";
+    ReplicationOptions m_Standby; // without an address: none
 };
 
 class Recorder {
 public:
     Recorder(const RecordOptions& options, const ToolContext& context)
-        : m_Format(context.m_Format), m_Every(ParseDurationOption("--every", options.m_Every)),
+        : m_Format(context.m_Format), m_StandbySettings(GetStandbySettings(options)),
+          m_Every(ParseDurationOption("--every", options.m_Every)),
           m_For(options.m_For.empty() ? 0 : ParseDurationOption("--for", options.m_For)),
+          m_FlushEvery(ParseDurationOption("--flush-every", options.m_FlushEvery)),
           m_Folder(options.m_Folder, HistoryFolder::Create), m_Keep(options.m_Keep),
           m_MaxFile(m_Folder.ParseFileBudget(options.m_MaxFile)),
           m_Time(m_Folder.GetLayout().Require("time", "recording")),
@@ -54,6 +52,8 @@ public:
 
     ExitCode Run() {
         qv_catch_stop_signals();
+        if (m_StandbySettings)
+            m_Standby.emplace(m_Folder.GetTable(), *m_StandbySettings, m_Log);
         m_Start = m_Now = m_LastFlush = m_LastHousekeeping = Now();
         try {
             SampleUntilStopped();
@@ -63,8 +63,9 @@ public:
         }
         Flush();
         KeepHouse();
-        if (qv_is_terminal(2))
-            RewriteTerminalLine("");
+        if (m_Standby)
+            m_Standby->Finish(PatienceAtEnd);
+        m_Log.Remove();
         PrintResult();
         const std::string errors = m_Folder.GetErrorSummary();
         if (errors.empty())
@@ -74,6 +75,12 @@ public:
     }
 
 private:
+    static std::optional<ReplicationSettings> GetStandbySettings(const RecordOptions& options) {
+        if (options.m_Standby.m_Address.empty())
+            return std::nullopt;
+        return ReplicationSettings(options.m_Standby, "--replicate-to");
+    }
+
     static long long Now() {
         CQVTimestamp now;
         now.SetUTC();
@@ -85,9 +92,10 @@ private:
         for (long long next = m_Start; WaitUntil(std::min(next, end)) && m_Now < end;
              next = GetNextTime(next)) {
             TakeSample();
-            if (m_Now < m_LastFlush || m_Now - m_LastFlush >= FlushPeriod)
+            if (m_Now < m_LastFlush || m_Now - m_LastFlush >= m_FlushEvery)
                 Flush();
-            if (m_Now < m_LastHousekeeping || m_Now - m_LastHousekeeping >= HousekeepingPeriod)
+            if (m_Now < m_LastHousekeeping ||
+                (m_Now - m_LastHousekeeping) / FlushesPerHousekeeping >= m_FlushEvery)
                 KeepHouse();
             ShowLiveLine();
         }
@@ -142,10 +150,15 @@ private:
     void Flush() {
         m_Written += m_Folder.GetTable().FlushRecords(&m_Log);
         m_LastFlush = m_Now;
+        if (m_Standby)
+            m_Standby->NoteNewRecords();
     }
 
     void KeepHouse() {
+        const unsigned int begun = m_Standby ? m_Standby->GetSender().BeginHousekeeping() : 0;
         m_Folder.GetTable().HouseKeepFiles(&m_Log, m_Keep, m_MaxFile);
+        if (m_Standby)
+            m_Standby->GetSender().EndHousekeeping(begun);
         m_LastHousekeeping = m_Now;
     }
 
@@ -154,7 +167,7 @@ private:
     }
 
     void ShowLiveLine() {
-        if (!qv_is_terminal(2))
+        if (!m_Log.IsDue())
             return;
         // Of the first second no rate can be told.
         const double seconds = std::max(1.0, SecondsRecorded());
@@ -164,27 +177,34 @@ private:
                            "/s, " + CountText(m_Folder.GetFileCount(), "file");
         const std::string errors = m_Folder.GetErrorSummary();
         line += errors.empty() ? "; Ctrl+C stops" : "; " + errors;
-        RewriteTerminalLine(line);
+        m_Log.Show(m_Standby ? line + "; " + m_Standby->GetSender().GetStatusText() : line);
     }
 
     void PrintResult() {
-        TableWriter writer(m_Format, {{"records", Column::Number},
-                                      {"tags", Column::Number},
-                                      {"seconds", Column::Number},
-                                      {"lost", Column::Number},
-                                      {"files", Column::Number}});
+        std::vector<Column> columns = {{"records", Column::Number},
+                                       {"tags", Column::Number},
+                                       {"seconds", Column::Number},
+                                       {"lost", Column::Number},
+                                       {"files", Column::Number}};
+        if (m_Standby)
+            columns.push_back({"left", Column::Number}); // not on the standby
+        TableWriter writer(m_Format, std::move(columns));
         writer.AddUnsigned(m_Written);
         writer.AddUnsigned(m_TagNumbers.size());
         writer.AddReal(std::round(SecondsRecorded() * 1000) / 1000);
         writer.AddUnsigned(m_Sampled - m_Written);
         writer.AddUnsigned(m_Folder.GetFileCount());
+        if (m_Standby)
+            writer.AddUnsigned(m_Standby->GetSender().GetLag().m_Records);
         writer.EndRow();
         writer.Finish();
     }
 
     const OutputFormat m_Format;
+    const std::optional<ReplicationSettings> m_StandbySettings;
     const long long m_Every;
     const long long m_For; // 0: until told to stop
+    const long long m_FlushEvery;
     HistoryFolder m_Folder;
     const unsigned int m_Keep;
     const unsigned int m_MaxFile; // bytes
@@ -192,7 +212,7 @@ private:
     const SampleField& m_Tag;
     const SampleField& m_Value;
     std::vector<unsigned char> m_Record;
-    LogAroundLiveLine m_Log;
+    LiveLine m_Log;
     MachineSampler m_Sampler;
     std::vector<MachineSampler::Reading> m_Readings;
     std::vector<unsigned long long> m_TagNumbers; // by the sampler's index
@@ -200,8 +220,9 @@ private:
     long long m_Now = 0;
     long long m_LastFlush = 0;
     long long m_LastHousekeeping = 0;
-    unsigned long long m_Sampled = 0; // records handed to the table
-    unsigned long long m_Written = 0; // of them, in files
+    unsigned long long m_Sampled = 0;           // records handed to the table
+    unsigned long long m_Written = 0;           // of them, in files
+    std::optional<ReplicationThread> m_Standby; // declared last: it ends before what it works on
 };
 
 } // namespace
@@ -216,5 +237,11 @@ void AddHistoryRecordCommand(CLI::App& history, ToolContext& context) {
     command->add_option("--keep", options->m_Keep, "records to keep; older files go (default 10000000)")
         ->check(CLI::NonNegativeNumber);
     command->add_option("--max-file", options->m_MaxFile, "size from which files are split (default 64M)");
+    command->add_option("--flush-every", options->m_FlushEvery,
+                        "time between writes to the files (default 1s); housekeeping is at every tenth");
+    command->add_option("--replicate-to", options->m_Standby.m_Address,
+                        "keep the standby at this address up to date: unix:PATH or HOST:PORT; a plain "
+                        "connection, for one machine or a trusted wire");
+    options->m_Standby.AddTo(*command);
     command->callback([options, &context] { context.m_ExitCode = Recorder(*options, context).Run(); });
 }

@@ -38,8 +38,9 @@ ExitCode Standby(const StandbyOptions& options, OutputFormat format) {
     ReplicationSignals signals(QVWakeEvent::OrStopSignals);
     LiveLine log(options.m_bQuiet ? LiveLine::NoInformation : LiveLine::Everything);
     ReplicationReceiver receiver(folder.GetTable(), folder.GetErrors(), settings, signals, log);
-    log.Print("the standby of table '%s' in '%s' listens on %s", settings.m_Table.c_str(),
-              folder.GetPath().c_str(), receiver.Listen().c_str());
+    // Said also when quiet: the port may have been the system's choice.
+    MessageLog().Print("the standby of table '%s' in '%s' listens on %s", settings.m_Table.c_str(),
+                       folder.GetPath().c_str(), receiver.Listen().c_str());
     receiver.Run();
     log.Remove();
 

@@ -109,7 +109,7 @@ void ReplicationFrameReader::CheckLength() const {
     if (length > MaxLength)
         throw ReplicationError("a message of " + CountText(length, "byte") + " was announced; " +
                                CountText(MaxLength, "byte") + " are the most");
-    if (length < 3) // the shortest name, and a type
+    if (length == 0)
         throw ReplicationError("an empty message was announced");
 }
 
@@ -127,6 +127,8 @@ void ReplicationFrameReader::ReadName() {
     if (name != m_Table)
         throw ReplicationError("the other side has the table " + Quoted(name) + ", and this is " +
                                Quoted(m_Table) + "; --table tells the name");
+    if (in.IsEOF())
+        throw ReplicationError("an empty message arrived");
     m_MessageStart = in.Tell();
 }
 

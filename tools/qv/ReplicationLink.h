@@ -42,6 +42,10 @@ struct ReplicationSettings {
     std::string m_Address;
     std::string m_Table;
     std::chrono::milliseconds m_Timeout; // for a frame to be finished, and for its answer to begin
+    // Of the standby: before it asks again for what it could not store, and before a silent main gives way to
+    // another one.
+    std::chrono::milliseconds m_TimeBeforeAskingAgain{60'000};
+    std::chrono::milliseconds m_SilenceOfTheDead{10'000};
 };
 
 // Ends a connection; the text says why.

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::chrono::seconds SilenceOfTheDead(10);
-constexpr std::chrono::seconds TimeBeforeAskingAgain(60);
 constexpr std::chrono::milliseconds TimeBetweenLooks(200); // at the live line and at deadlines
 constexpr std::chrono::milliseconds PauseWithoutSockets(200);
 
@@ -75,7 +73,7 @@ ReplicationReceiver::Clock::time_point ReplicationReceiver::GetNextTime() const 
 void ReplicationReceiver::Accept() {
     QVSocket refused;
     QVSocketAddress peer;
-    const bool bBusy = m_Connection.IsOpen() && Clock::now() < m_LastHeard + SilenceOfTheDead;
+    const bool bBusy = m_Connection.IsOpen() && Clock::now() < m_LastHeard + m_Settings.m_SilenceOfTheDead;
     QVSocket& target = bBusy ? refused : m_Connection.GetSocket();
     if (!bBusy && m_Connection.IsOpen())
         Drop("it has been silent, and another main has come");
@@ -92,7 +90,8 @@ void ReplicationReceiver::Accept() {
         m_bSaidTurnedAway = true;
         return;
     }
-    m_Main = peer.ToText();
+    // The main's end of a socket file has no name.
+    m_Main = peer.GetSocketFilePath().empty() && peer.GetPort() == 0 ? m_Settings.m_Address : peer.ToText();
     m_bSaidTurnedAway = false;
     m_LastHeard = Clock::now();
     m_Deadline = m_LastHeard + m_Settings.m_Timeout;
@@ -140,7 +139,7 @@ void ReplicationReceiver::NoteTroubleWithFiles() {
         return;
     m_KnownErrors = text.GetString();
     if (!m_AskAgain)
-        m_AskAgain = Clock::now() + TimeBeforeAskingAgain;
+        m_AskAgain = Clock::now() + m_Settings.m_TimeBeforeAskingAgain;
 }
 
 void ReplicationReceiver::CheckTime() {

@@ -74,7 +74,7 @@ JSONValue* FindMember(const JSONValue* value, const qvstring& name) {
 } // namespace
 
 JSONValue* JSONataExpr::Evaluate(JSONValue* input, CErrorLog& log) const {
-    return m_Operators.size() == 0 ? m_First.Evaluate(input, log) : EvaluateOperators(input, log);
+    return m_Operators.empty() ? m_First.Evaluate(input, log) : EvaluateOperators(input, log);
 }
 
 // Apart from Evaluate(), so that levels without operators need no room for values.

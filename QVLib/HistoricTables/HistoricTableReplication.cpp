@@ -73,9 +73,8 @@ bool CHistoricTable::HasDataToTransfer() const {
     if (m_TransferState != TransferStateActiveWaiting)
         return false;
     return !m_DeletedFiles.empty() || !m_SplitCommands.empty() ||
-           std::any_of(m_Files.begin(), m_Files.end(), [](const FileMap::value_type& entry) {
-               return RecordsToTransfer(entry.second) != 0;
-           });
+           std::any_of(m_Files.begin(), m_Files.end(),
+                       [](const FileMap::value_type& entry) { return RecordsToTransfer(entry.second) != 0; });
 }
 
 bool CHistoricTable::MainGetNextStandbyRequestForUpdate(unsigned short, CBinaryOutput& out) {

@@ -23,7 +23,8 @@ pthread_rwlock_t* SystemLock(std::byte* storage) {
 
 void CQVCriticalSection::EnterContended() {
     const auto taken = [this] {
-        return !m_bTaken.load(std::memory_order_relaxed) && !m_bTaken.exchange(true, std::memory_order_acquire);
+        return !m_bTaken.load(std::memory_order_relaxed) &&
+               !m_bTaken.exchange(true, std::memory_order_acquire);
     };
     for (int i = 0; i < kLooks; ++i) {
         if (taken())

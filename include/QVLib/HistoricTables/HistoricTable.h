@@ -299,7 +299,8 @@ protected:
 
         // True when the file of that span is one of the two halves.
         bool MakesPiece(long long start, long long end) const {
-            return (start == m_Start && end == m_SplitTimestamp) || (start == m_SplitTimestamp && end == m_End);
+            return (start == m_Start && end == m_SplitTimestamp) ||
+                   (start == m_SplitTimestamp && end == m_End);
         }
     };
 

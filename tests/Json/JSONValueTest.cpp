@@ -167,7 +167,8 @@ TEST(JSONParser, LimitsDepth) {
 
 TEST(JSONParser, GoesOnWithTokensThatWerePushedBack) {
     COutputLogToString log;
-    TextInputQVString input(std::string("- 1 [2] \"s\" : 3"), "n");
+    const std::string text = "- 1 [2] \"s\" : 3";
+    TextInputQVString input(text, "n");
     JSONParseContext context(&input, &log);
     for (const char* expected : {"-1", "[2]", "\"s\""}) {
         CParseToken token;

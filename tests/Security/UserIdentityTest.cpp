@@ -1,0 +1,125 @@
+#include "SecurityTesting.h"
+#include <QVLib/Security/UserIdentity.h>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace {
+
+// Kind and name.
+std::string Describe(const CQVUserIdentity& id) {
+    return std::to_string(id.GetType()) + ":" + id.GetName();
+}
+
+std::string Text(const CQVUserIdentity& id) {
+    return Printed([&](CTextOutput& out) { id.PrintUserIdentity(out); });
+}
+
+CQVUserIdentity Loaded(const std::string& bytes) {
+    CQVUserIdentity id;
+    id.SetFromUserName("before");
+    BytesInput in(bytes);
+    id.LoadUserIdentity(in);
+    EXPECT_TRUE(in.IsEOF());
+    return id;
+}
+
+TEST(UserIdentityTest, NamesMeanKinds) {
+    const struct {
+        const char* name;
+        const char* id;
+        const char* text;
+        bool readable;
+    } cases[] = {
+        {"bob", "2:bob", "bob", true},
+        {"*", "1:", "*", true},
+        {"*bob", "1:", "*", true},
+        {"Guest", "0:Guest", "Guest", true},
+        {"guest", "2:guest", "guest", true},
+        {"Jörg9", "2:Jörg9", "Jörg9", true},
+        {"", "2:", "", false},
+        {"@ops", "2:@ops", "@ops", false}, // a user, who would come back as a group
+        {"john.doe", "2:john.doe", "john.doe", false},
+        {"bob: World=Full;\nx", "2:bob: World=Full;\nx", "bob: World=Full;\nx", false},
+        {"bob ", "2:bob ", "bob ", false},
+        {"%s", "2:%s", "%s", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        CQVUserIdentity id;
+        EXPECT_TRUE(id.SetFromUserName(c.name));
+        EXPECT_EQ(Describe(id), c.id);
+        EXPECT_EQ(Text(id), c.text);
+        EXPECT_EQ(id.IsTextReadable(), c.readable);
+    }
+}
+
+TEST(UserIdentityTest, GuestsWithAndWithoutANameDiffer) {
+    CQVUserIdentity unnamed;
+    CQVUserIdentity named;
+    named.SetFromUserName("Guest");
+    EXPECT_TRUE(unnamed != named);
+    EXPECT_EQ(Text(unnamed), "Guest");
+    EXPECT_TRUE(unnamed.IsTextReadable());
+    named.SetGuestUser();
+    EXPECT_TRUE(unnamed == named);
+    named.SetAuthenticatedUser();
+    EXPECT_FALSE(named.IsGuestIdentity());
+    named.ClearUserIdentity();
+    EXPECT_TRUE(unnamed == named);
+}
+
+TEST(UserIdentityTest, TextsAreParsed) {
+    const struct {
+        const char* text;
+        const char* id; // null: not understood
+        const char* next;
+        const char* messages;
+    } cases[] = {
+        {"#c\n *:", "1:", ":", ""},
+        {"@ops:", "3:ops", ":", ""},
+        {"@Guest", "3:Guest", "", ""},
+        {"Guest", "0:Guest", "", ""},
+        {"guest", "2:guest", "", ""},
+        {"john.doe", "2:john", ".", ""},
+        {"@ ops", nullptr, "ops", "f(1,2-3): error 101: Found ' ' when expecting 'Group ID'.\n"},
+        {"@*", nullptr, "", "f(1,2-3): error 101: Found '*' when expecting 'Group ID'.\n"},
+        {"@", nullptr, "", "f(1,2-2): error 101: Found 'End of File' when expecting 'Group ID'.\n"},
+        {"9a", nullptr, "a", "f(1,1-2): error 101: Found '9' when expecting 'User ID'.\n"},
+        {" # c", nullptr, "c", "f(1,2-3): error 101: Found '#' when expecting 'User ID'.\n"},
+        {"", nullptr, "", "f(1,1-1): error 101: Found 'End of File' when expecting 'User ID'.\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        RightsText text(c.text);
+        CQVUserIdentity id;
+        id.SetFromUserName("before");
+        EXPECT_EQ(id.ParseUserIdentity(text.m_Context), c.id != nullptr);
+        EXPECT_EQ(Describe(id), c.id != nullptr ? c.id : "2:before");
+        EXPECT_EQ(text.Next(), c.next);
+        EXPECT_EQ(text.m_Messages.GetString(), c.messages);
+    }
+}
+
+TEST(UserIdentityTest, BinaryFormIsTheKindAndTheName) {
+    CQVUserIdentity id;
+    id.SetFromUserName("Jö");
+    const std::string bytes = Saved([&](CBinaryOutput& out) { id.SaveUserIdentity(out); });
+    EXPECT_EQ(bytes, "\x02\x02J\xC3\xB6");
+    EXPECT_TRUE(Loaded(bytes) == id);
+
+    // A kind from another world is kept, and has no text.
+    const CQVUserIdentity strange = Loaded(std::string("\x07\x01") + "a");
+    EXPECT_EQ(Describe(strange), "7:a");
+    EXPECT_EQ(Text(strange), "");
+    EXPECT_FALSE(strange.IsTextReadable());
+    EXPECT_FALSE(Loaded(std::string("\x02\x03"
+                                    "a\0b",
+                                    5))
+                     .IsTextReadable());
+
+    for (std::size_t cut = 0; cut < bytes.size(); ++cut)
+        EXPECT_THROW(Loaded(bytes.substr(0, cut)), CBinaryInput::EOFException);
+    EXPECT_THROW(Loaded("\x02\xFC\x9F\xBF\xBF\xBF\xBF"), std::length_error);
+}
+
+} // namespace

@@ -27,7 +27,7 @@ bool IsHuge(std::string_view text) {
     const auto [end, error] = std::from_chars(exponent.data(), exponent.data() + exponent.size(), value);
     if (error == std::errc::result_out_of_range)
         return !bNegative;
-    return magnitude + (bNegative ? -value : value) > 0;
+    return bNegative ? magnitude > value : magnitude > -value; // no sum, which might not fit
 }
 
 } // namespace

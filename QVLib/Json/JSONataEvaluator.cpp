@@ -202,7 +202,7 @@ JSONValue* JSONataExpr::ValueStack::Apply(const OperatorAndPrimary& operation, J
     case TokenGreaterEqual:
         return CompareValues(left, type, GetOperatorText(type), right, operation.m_Location, log);
     case '&':
-        return ConcatenateStrings(left, right);
+        return ExtendString(left, right);
     case JSONataTokenAnd:
         return LogicalAND(left, right);
     case JSONataTokenOr:
@@ -263,6 +263,18 @@ JSONValue* JSONataExpr::ValueStack::ConcatenateStrings(JSONValue* left, JSONValu
     if (right)
         right->Evaluate(text);
     return Share(new JSONValueString(text.GetString()));
+}
+
+// ConcatenateStrings() with the left value's memory where only the stack holds it, so that a chain of "&" costs as much
+// as its result is long.
+JSONValue* JSONataExpr::ValueStack::ExtendString(JSONValue* left, JSONValue* right) {
+    if (!As<JSONValueString>(left) || left->IsShared())
+        return ConcatenateStrings(left, right);
+    CTextOutputString text;
+    if (right)
+        right->Evaluate(text);
+    static_cast<JSONValueString*>(left)->Append(text.GetString());
+    return Share(left);
 }
 
 JSONValue* JSONataExpr::ValueStack::LogicalAND(JSONValue* left, JSONValue* right) {

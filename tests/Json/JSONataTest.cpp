@@ -315,6 +315,7 @@ TEST_F(JSONataTest, Evaluates) {
         {"\"a\" & 1.5", "\"a1.5\""},
         {"z & \"x\"", "\"x\""},
         {"z & z", "\"\""},
+        {R"(s & s & z & 1 & s & "" & (s & 2))", "\"xx1xx2\""},
         {"a & n & t & 1234567", R"("{\"b\":[10,20,30]}nulltrue1.23457e+06")"},
         {"\"1\n\" & 2", "\"1\\n2\""},
         // Logic
@@ -442,6 +443,12 @@ TEST_F(JSONataTest, DepthIsLimitedAtTheBracketThatGoesTooDeep) {
     }
     // Side by side is not deep.
     EXPECT_TRUE(Compiled("a" + Repeat("[0]", 5000) + Repeat(" + (1)", 5000)).m_bParsed);
+}
+
+// Were each step to copy the text so far, this would copy 45 gigabytes.
+TEST_F(JSONataTest, AChainOfConcatenationsIsLinear) {
+    EXPECT_EQ(Compiled("s" + Repeat("&s", 300000)).Evaluate(m_pDocument).size(), 300003u);
+    EXPECT_EQ(Compiled("s & 1").Evaluate(m_pDocument), "\"x1\""); // the document is as it was
 }
 
 TEST_F(JSONataTest, RandomExpressionsPrintToThemselves) {

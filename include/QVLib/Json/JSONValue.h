@@ -69,6 +69,8 @@ public:
     virtual void Evaluate(CTextOutput& out) const;
 
     void AddRef() { ++m_RefCount; }
+    // True while more than one reference is held.
+    bool IsShared() const { return m_RefCount > 1; }
     void Release() {
         if (--m_RefCount == 0)
             delete this;
@@ -162,6 +164,8 @@ public:
     void Evaluate(CTextOutput& out) const override;
 
     const qvstring& GetValue() const { return m_Value; }
+    // Only for the one holder of a value that is not shared.
+    void Append(const qvstring& text) { m_Value += text; }
 
 protected:
     void FormatTo(JSONWriter& out) const override;

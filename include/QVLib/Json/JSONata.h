@@ -298,6 +298,7 @@ private:
 
     static JSONValue* Apply(const OperatorAndPrimary& operation, JSONValue* left, JSONValue* right,
                             CErrorLog& log);
+    static JSONValue* ExtendString(JSONValue* left, JSONValue* right);
     static JSONValue* Calculate(const OperatorAndPrimary& operation, JSONValue* left, JSONValue* right,
                                 CErrorLog& log);
 

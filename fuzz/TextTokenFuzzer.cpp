@@ -1,34 +1,13 @@
 // Tokens of any bytes. However much of the text lies in memory, the tokens are the same; each begins where
 // the one before it ended; and joined they are the text.
+#include "PlainInput.h"
 #include <QVLib/Parsing/ParseContextEx.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/Assert.h>
 #include <QVPlatform/OutputLog.h>
-#include <QVPlatform/Unicode.h>
 #include <cstdint>
 
 namespace {
-
-// The same bytes without a window: every code point is read alone.
-class PlainInput : public CTextInput {
-public:
-    PlainInput(const char* start, unsigned int length)
-        : CTextInput(qvstring("n")), m_pStart(start), m_pCurrent(start), m_pEnd(start + length) {}
-
-    long long Tell() const override { return m_pCurrent - m_pStart; }
-    void Seek(long long offset) override { m_pCurrent = m_pStart + offset; }
-    bool ReadNextCodePoint(int& codePoint) override {
-        if (m_pCurrent == m_pEnd)
-            return false;
-        codePoint = qv_codepoint_from_qvchar(m_pCurrent, m_pEnd);
-        return true;
-    }
-
-private:
-    const char* m_pStart;
-    const char* m_pCurrent;
-    const char* m_pEnd;
-};
 
 bool IsSamePlace(const CQVTextLocation& a, const CQVTextLocation& b) {
     return a.GetLine() == b.GetLine() && a.GetColumn() == b.GetColumn();

@@ -35,8 +35,8 @@ bool ReadMinute(const char* text, CQVTimestamp& time) {
                                ReadDigits(text + 8, 2), ReadDigits(text + 10, 2));
 }
 
-TimestampStruct FieldsOf(long long time) {
-    TimestampStruct fields;
+CQVTimestamp::TimestampStruct FieldsOf(long long time) {
+    CQVTimestamp::TimestampStruct fields;
     CQVTimestamp(time).GetTimestampStruct(fields);
     return fields;
 }
@@ -124,8 +124,8 @@ long long qv_floor_to_file_period(long long timestamp) {
 }
 
 int CHistoricTable::HistoricFile::GetFileName(char* buffer) const {
-    const TimestampStruct start = FieldsOf(m_Start);
-    const TimestampStruct end = FieldsOf(GetEnd());
+    const CQVTimestamp::TimestampStruct start = FieldsOf(m_Start);
+    const CQVTimestamp::TimestampStruct end = FieldsOf(GetEnd());
     return static_cast<int>(
         qv_sprintf(buffer, FileNameBufferSize, "%04u%02u%02u%02u%02u_%04u%02u%02u%02u%02u.qvhis",
                    static_cast<unsigned int>(start.year), start.month, start.day, start.hour, start.minute,

@@ -50,7 +50,7 @@ struct SlowCalendar {
             day = MonthLength();
         }
     }
-    bool Is(const TimestampStruct& fields) const {
+    bool Is(const CQVTimestamp::TimestampStruct& fields) const {
         return fields.year == year && fields.month == month && fields.day == day &&
                fields.dayOfYear == dayOfYear && fields.dayOfWeek == dayOfWeek;
     }
@@ -59,7 +59,7 @@ struct SlowCalendar {
 } // namespace
 
 TEST(Timestamp, EveryDayOfTheRangeHasItsDate) {
-    TimestampStruct fields;
+    CQVTimestamp::TimestampStruct fields;
     SlowCalendar calendar;
     for (long long day = 0; day <= LLONG_MAX / Day; day++, calendar.Next()) {
         CQVTimestamp(day * Day).GetTimestampStruct(fields);
@@ -110,7 +110,7 @@ TEST(Timestamp, RandomValuesSurviveTextAndAgreeWithTheSystemsCalendar) {
         const long long value = static_cast<long long>(random()) >> (random() % 40);
         CQVTimestamp read(value + 1);
         ASSERT_TRUE(read.FromText(TextOf(value)) && read.GetValue() == value) << TextOf(value);
-        TimestampStruct fields;
+        CQVTimestamp::TimestampStruct fields;
         CQVTimestamp(value).GetTimestampStruct(fields);
         const long long seconds = value / Second - (value % Second < 0);
         const auto system = static_cast<std::time_t>(seconds - 11'644'473'600);
@@ -145,7 +145,7 @@ TEST(Timestamp, SetDateAcceptsOnlyWhatExists) {
         EXPECT_EQ(time.SetDateAndHHMM(c.year, c.month, c.day, c.hour, c.minute), c.valid)
             << c.year << "-" << c.month;
         EXPECT_EQ(time.GetValue() == 77, !c.valid);
-        TimestampStruct fields;
+        CQVTimestamp::TimestampStruct fields;
         time.GetTimestampStruct(fields);
         EXPECT_EQ(c.valid, fields.year == static_cast<int>(c.year) && fields.month == c.month &&
                                fields.day == c.day && fields.hour == c.hour && fields.minute == c.minute);

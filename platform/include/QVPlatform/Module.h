@@ -1,4 +1,4 @@
-// CQVModule - a program module's resources, and CQVLocale - the language they are asked for in.
+// CQVModule - a program module's resources: texts by number and language, and files compiled into the program.
 //
 // A module's resources are tables that the program holds as constants and hands to the module. A module
 // that is itself defined `constinit` can therefore be used by the constructors of other static objects.
@@ -9,27 +9,13 @@
 // Threads:   a module never changes; any thread may use it at any time.
 #pragma once
 
+#include <QVPlatform/Locale.h>
 #include <cstdarg>
 
 // A run of bytes that belongs to somebody else.
 struct QV_DATA {
     unsigned int length = 0;
     const unsigned char* data = nullptr;
-};
-
-// A user's language. Default: English.
-class CQVLocale {
-public:
-    static constexpr unsigned int English = 1033;
-    static constexpr unsigned int German = 1031;
-
-    constexpr CQVLocale() = default;
-    explicit constexpr CQVLocale(unsigned int languageId) : m_LanguageId(languageId) {}
-
-    constexpr unsigned int GetLanguageId() const { return m_LanguageId; }
-
-private:
-    unsigned int m_LanguageId = English;
 };
 
 class CQVModule {

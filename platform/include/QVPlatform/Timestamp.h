@@ -33,22 +33,22 @@ private:
     long long m_Value = 0;
 };
 
-// A time stamp taken apart.
-struct TimestampStruct {
-    int year = 1601;            // proleptic Gregorian; 0 is 1 BC
-    unsigned int month = 1;     // 1 to 12
-    unsigned int day = 1;       // 1 to 31
-    unsigned int dayOfYear = 0; // 0 to 365
-    unsigned int dayOfWeek = 1; // 0 = Sunday
-    unsigned int hour = 0;      // 0 to 23
-    unsigned int minute = 0;    // 0 to 59
-    unsigned int second = 0;    // 0 to 59
-    unsigned int millisecond = 0;
-    unsigned int fraction = 0; // units of 100 ns within the millisecond, 0 to 9,999
-};
-
 class CQVTimestamp {
 public:
+    // A time stamp taken apart.
+    struct TimestampStruct {
+        int year = 1601;            // proleptic Gregorian; 0 is 1 BC
+        unsigned int month = 1;     // 1 to 12
+        unsigned int day = 1;       // 1 to 31
+        unsigned int dayOfYear = 0; // 0 to 365
+        unsigned int dayOfWeek = 1; // 0 = Sunday
+        unsigned int hour = 0;      // 0 to 23
+        unsigned int minute = 0;    // 0 to 59
+        unsigned int second = 0;    // 0 to 59
+        unsigned int millisecond = 0;
+        unsigned int fraction = 0; // units of 100 ns within the millisecond, 0 to 9,999
+    };
+
     constexpr CQVTimestamp() = default;
     explicit constexpr CQVTimestamp(long long value) : m_Value(value) {}
 

@@ -1,0 +1,216 @@
+#include "PatternModel.h"
+#include <QVLib/Tags/CellReference.h>
+#include <QVLib/Tags/MatchPattern.h>
+#include <QVLib/Tags/NaturalSort.h>
+#include <QVLib/TextStreams/TextInputString.h>
+#include <QVPlatform/TextOutput.h>
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+int Sign(int value) {
+    return (value > 0) - (value < 0);
+}
+
+TEST(NaturalSort, OrdersAsPeopleExpect) {
+    const struct {
+        const char* a;
+        const char* b;
+        int sign;
+    } rows[] = {
+        {"Pump2", "pump10", -1},
+        {"pump10", "Pump10a", -1},
+        {"Pump10a", "Pump11", -1},
+        {"ABC", "abc", 0},
+        {"abc", "abcd", -1},
+        {"", "", 0},
+        {"", "a", -1},
+        {"a007", "a7", 0},
+        {"a007b", "a7c", -1},
+        {"a0", "a", 1},
+        {"a00", "a0", 0},
+        {"1.10", "1.9", 1},
+        {"a_", "aB", 1}, // against the upper-case letter
+        {"\xC3\xA4"
+         "1",
+         "\xC3\x84"
+         "2",
+         -1},
+        {"a4294967296", "a1", 1},
+        {"a9999999999999999999999998", "a9999999999999999999999999", -1},
+        {"a09999999999999999999999999", "a10000000000000000000000000", -1},
+        {"a\xD9\xA3", "a5", -1}, // Arabic-Indic 3
+        {"a\xD9\xA3", "aA", -1},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Sign(QVNatrualSort(row.a, row.b)), row.sign) << row.a << " " << row.b;
+        EXPECT_EQ(Sign(QVNatrualSort(row.b, row.a)), -row.sign) << row.b << " " << row.a;
+    }
+    EXPECT_EQ(QVNatrualSort("ab", "aX"), 'B' - 'X') << "the difference of the upper-case letters";
+}
+
+TEST(NaturalSort, IsAStrictWeakOrder) {
+    static constexpr const char* pieces[] = {
+        "0",        "1",        "9",        "10", "a", "A", "z",    "\xD9\xA0",         "\xD9\xA9",
+        "\xDB\xB3", "\xC3\xB6", "\xC2\xB2", "/",  ":", "_", "\xFF", "\xF0\x9D\x9F\x98", "\xEF\xBC\x95"};
+    std::mt19937 random(2);
+    const auto randomName = [&] {
+        qvstring name;
+        for (size_t n = random() % 5; n > 0; n--)
+            name += pieces[random() % std::size(pieces)];
+        return name;
+    };
+    for (int i = 0; i < 50'000; i++) {
+        const qvstring a = randomName();
+        const qvstring b = randomName();
+        const qvstring c = randomName();
+        const int ab = Sign(QVNatrualSort(a, b));
+        const int bc = Sign(QVNatrualSort(b, c));
+        ASSERT_EQ(Sign(QVNatrualSort(b, a)), -ab) << a << " " << b;
+        if (ab == bc || ab == 0 || bc == 0) {
+            ASSERT_EQ(Sign(QVNatrualSort(a, c)), ab == 0 ? bc : ab) << a << " " << b << " " << c;
+        }
+    }
+}
+
+TEST(MatchPattern, Table) {
+    const struct {
+        const char* text;
+        const char* pattern;
+        int result;
+        bool bCaseSensitive = false;
+    } rows[] = {
+        {"Pump1", "Pump?", 2},
+        {"Pump1", "P*1", 2},
+        {"Pump1", "Pump#", 2},
+        {"Pump1", "pump[0-9]", 2},
+        {"Pump1", "pump[0-9]", 1, true},
+        {"Pump1", "Pump[!0-9]", 1},
+        {"Pump12", "Pump#", 1},
+        {"x", "[A-C", 0},
+        {"", "[A-C", 1},
+        {"Tank12", "Tank*", 2},
+        {"Tank12", "Tank?", 1},
+        {"abc", "ABC", 1, true},
+        {"abc", "ABC", 2},
+        {"", "", 2},
+        {"", "*", 2},
+        {"", "***", 2},
+        {"", "?", 1},
+        {"a", "", 1},
+        {"x", "*[x", 1},
+        {"xx", "x[", 0},
+        {"yx", "x[", 1},
+        {"x", "[a-", 0},
+        {"x", "[-", 0},
+        {"b", "[a-]", 0},
+        {"B", "[a-]]", 2},
+        {"m", "[-z]", 2},
+        {"+", "[-z]", 1},
+        {"-", "[--a]", 2},
+        {"d", "[a-c-e]", 2},
+        {"f", "[a-c-e]", 1},
+        {"x", "[]", 1},
+        {"x", "[!]", 2},
+        {"!", "[a!]", 2},
+        {"!", "[!!]", 1},
+        {"k", "[Z-a]", 1},
+        {"_", "[Z-a]", 2, true},
+        {"[", "[[]", 2},
+        {"*", "[*]", 2},
+        {"x", "[*]", 1},
+        {"a1", "[x-zab]#", 2},
+        {"a", "[a", 0},
+        {"ab", "[a]b[", 1},
+        {"\xD9\xA3", "#", 1},
+        {"\xC3\xA4", "?", 2},
+        {"\xC3\xA4", "\xC3\x84", 2},
+        {"\xC3\xA4", "\xC3\x84", 1, true},
+        {"\xC3\xB6", "[\xC3\xA4-\xC3\xBC]", 2},
+        {"a]", "a]", 2},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(OPCMatchPattern(row.text, row.pattern, row.bCaseSensitive), row.result)
+            << row.text << " " << row.pattern;
+        EXPECT_EQ(OPCMatchPattern(row.text, qvstring(row.pattern), row.bCaseSensitive), row.result);
+    }
+}
+
+TEST(MatchPattern, AgreesWithTheNaiveAlgorithm) {
+    std::mt19937 random(3);
+    const auto randomText = [&](const char* alphabet, unsigned int count, unsigned int maxLength) {
+        std::string text;
+        for (size_t n = random() % (maxLength + 1); n > 0; n--)
+            text += alphabet[random() % count];
+        return text;
+    };
+    int results[3] = {};
+    for (int i = 0; i < 200'000; i++) {
+        const std::string text = randomText("aAbB1-", 6, 6);
+        const std::string pattern = randomText("aB1*?#[]!-*", 11, 8);
+        const bool bCaseSensitive = (i & 1) != 0;
+        const int expected = PatternModel(text, pattern, bCaseSensitive).Match();
+        ASSERT_EQ(OPCMatchPattern(text, pattern, bCaseSensitive), expected) << text << " " << pattern;
+        results[expected]++;
+    }
+    for (const int count : results)
+        EXPECT_GT(count, 5'000) << "the cases are too much alike";
+}
+
+TEST(MatchPattern, TakesNoExponentialTime) {
+    std::string pattern;
+    for (int i = 0; i < 200; i++)
+        pattern += "*a";
+    EXPECT_EQ(OPCMatchPattern(std::string(5'000, 'a'), pattern + "b", true), OPCMatchNo);
+    EXPECT_EQ(OPCMatchPattern(std::string(5'000, 'a'), pattern, true), OPCMatchYes);
+}
+
+TEST(CellReference, ParsesAndPrints) {
+    const struct {
+        const char* text;
+        bool bParsed;
+        const char* cell; // where the reference stands then; it began at C4
+        char next;        // what is left to read; 0: nothing
+    } rows[] = {
+        {"A1", true, "A1", 0},         {"b3", true, "B3", 0},      {"AB12;x", true, "AB12", 'x'},
+        {"CRXP1", true, "CRXP1", 0},   {"CRXQ1", false, "C4", 0},  {"ZZZZ1", false, "C4", 0},
+        {"A65536", true, "A65536", 0}, {"A65537", false, "A4", 0}, {"A0", false, "A4", 0},
+        {"A", false, "C4", 0},         {"12", false, "C4", '2'},   {"", false, "C4", 0},
+        {"D-1", false, "D4", '1'},     {"A00012", true, "A12", 0}, {"A\xD9\xA3", true, "A3", 0},
+    };
+    for (const auto& row : rows) {
+        TextInputQVString input(row.text, "");
+        CellReference cell(3, 2);
+        EXPECT_EQ(cell.ParseCellReference(input), row.bParsed) << row.text;
+        CTextOutputString out;
+        cell.PrintCellReference(out);
+        EXPECT_EQ(out.GetString(), row.cell) << row.text;
+        int next = 0;
+        EXPECT_EQ(input.ReadCodePoint(next) ? next : 0, row.next) << row.text;
+    }
+    for (const std::string& text : {std::string(10'000'000, 'Z') + "1", "A" + std::string(10'000'000, '9')}) {
+        TextInputQVString input(text, "");
+        EXPECT_FALSE(CellReference().ParseCellReference(input));
+    }
+}
+
+TEST(CellReference, LabelsColumns) {
+    const struct {
+        int column;
+        const char* label;
+    } rows[] = {{0, "A"},     {25, "Z"},        {26, "AA"},
+                {51, "AZ"},   {52, "BA"},       {701, "ZZ"},
+                {702, "AAA"}, {65'535, "CRXP"}, {2'147'483'647, "FXSHRXX"},
+                {-1, ""}};
+    for (const auto& row : rows) {
+        char label[CellReference::ColumnLabelSize];
+        EXPECT_EQ(CellReference::FormatColumnLabel(row.column, label), static_cast<int>(strlen(row.label)));
+        EXPECT_STREQ(label, row.label);
+    }
+    EXPECT_EQ(CellReference().LetterValue('z'), 26u);
+    EXPECT_EQ(CellReference().LetterValue('['), 0u);
+}
+
+} // namespace

@@ -32,6 +32,8 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"benchmarks/", "nlohmann/"},
     {"benchmarks/", "rapidjson/"},
     {"benchmarks/", "leveldb/"},
+    {"benchmarks/", "re2/"},
+    {"benchmarks/", "fnmatch.h"},
     {"benchmarks/", "sqlite3.h"},
     {"benchmarks/", "unicode/"},
 };

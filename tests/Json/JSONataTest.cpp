@@ -1,4 +1,5 @@
 #include "../Parsing/ParsingTesting.h"
+#include "support/DecimalComma.h"
 #include "support/SmallStack.h"
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
@@ -371,6 +372,15 @@ TEST_F(JSONataTest, Evaluates) {
         EXPECT_EQ(compiled.Evaluate(m_pDocument), row.result) << row.text;
         EXPECT_EQ(Compiled(compiled.Print()).Print(), compiled.Print());
     }
+}
+
+TEST_F(JSONataTest, ADecimalCommaOfTheProcessChangesNothing) {
+    const DecimalComma comma;
+    const Compiled compiled("1.5 & 25e-1 * 3 & -0.000001 & $");
+    EXPECT_EQ(compiled.Print(), "1.5 & 2.5 * 3 & -1e-06 & $");
+    JSONValueNumeric input(1.0e300);
+    input.AddRef();
+    EXPECT_EQ(compiled.Evaluate(&input), "\"1.57.5-1e-061e+300\"");
 }
 
 TEST_F(JSONataTest, AnInputMayBeAbsentOrNoObject) {

@@ -1,10 +1,10 @@
 #include <QVPlatform/Assert.h>
 #include <QVPlatform/Format.h>
-#include <clocale>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <support/DecimalComma.h>
 
 namespace {
 
@@ -46,12 +46,9 @@ TEST(Format, DoesNotDependOnTheProcessLocale) {
     qv_sprintf(text, sizeof text, "%.2f %lc", 1234.5, static_cast<wint_t>(0xE9));
     EXPECT_STREQ(text, "1234.50 \xC3\xA9");
 
-    // Where the machine has a locale with a decimal comma, it changes nothing.
-    if (setlocale(LC_ALL, "de_DE.UTF-8")) {
-        qv_sprintf(text, sizeof text, "%.2f", 1234.5);
-        setlocale(LC_ALL, "C");
-        EXPECT_STREQ(text, "1234.50");
-    }
+    const DecimalComma comma;
+    qv_sprintf(text, sizeof text, "%.2f", 1234.5);
+    EXPECT_STREQ(text, "1234.50");
 }
 
 TEST(AssertDeathTest, NamesFileLineAndConditionAndAborts) {

@@ -36,6 +36,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"benchmarks/", "fnmatch.h"},
     {"benchmarks/", "sqlite3.h"},
     {"benchmarks/", "unicode/"},
+    {"tests/Formatting/", "unicode/"},
 };
 
 // Folders that the build under test need not hold: one is switched off for tests, one is a project of its

@@ -1,5 +1,6 @@
 #include "FormattedText.h"
 #include <QVPlatform/Format.h>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <locale.h>
@@ -85,6 +86,24 @@ unsigned int qv_vsprintf(char* buffer, unsigned int size, const char* format, va
         return 0;
     }
     return static_cast<unsigned int>(needed) < size ? static_cast<unsigned int>(needed) : Cut(buffer, size);
+}
+
+unsigned int qv_sprintf_with_elipsis(char* buffer, unsigned int size, const char* format, ...) {
+    if (size == 0)
+        return 0;
+    va_list arguments;
+    va_start(arguments, format);
+    const int needed = qv_vsnprintf_c(buffer, size, format, arguments);
+    va_end(arguments);
+    if (needed < 0) {
+        buffer[0] = '\0';
+        return 0;
+    }
+    if (static_cast<unsigned int>(needed) < size)
+        return static_cast<unsigned int>(needed);
+    constexpr unsigned int dots = 3;
+    const unsigned int kept = WithoutCutCharacter(buffer, size - 1 > dots ? size - 1 - dots : 0);
+    return kept + qv_strcpy(buffer + kept, std::min(size - kept, dots + 1), "...");
 }
 
 unsigned int qv_strcpy(char* buffer, unsigned int size, const char* text) {

@@ -230,15 +230,14 @@ bool QVWakeEvent::IsSet() const {
 // One wait: what the system is asked to watch, and until when.
 class QVSocketPoll {
 public:
-    QVSocketPoll(std::span<QVSocketInterest> interests, const QVWakeEvent* wake)
+    QVSocketPoll(std::span<QVHandleInterest> interests, const QVWakeEvent* wake)
         : m_Interests(interests), m_pWake(wake) {
         QV_ASSERT(interests.size() <= kMaxInterests);
-        for (const QVSocketInterest& interest : interests) {
-            QV_ASSERT(interest.m_pSocket->IsOpen() && interest.m_Events != 0);
+        for (const QVHandleInterest& interest : interests) {
+            QV_ASSERT(interest.m_Handle >= 0 && interest.m_Events != 0);
             const bool bRead = (interest.m_Events & QVSocket::Readable) != 0;
             const bool bWrite = (interest.m_Events & QVSocket::Writable) != 0;
-            Watch(interest.m_pSocket->GetSocketHandle(),
-                  static_cast<short>((bRead ? POLLIN : 0) | (bWrite ? POLLOUT : 0)));
+            Watch(interest.m_Handle, static_cast<short>((bRead ? POLLIN : 0) | (bWrite ? POLLOUT : 0)));
         }
         if (wake == nullptr)
             return;
@@ -298,7 +297,7 @@ private:
         return bAny;
     }
 
-    const std::span<QVSocketInterest> m_Interests;
+    const std::span<QVHandleInterest> m_Interests;
     const QVWakeEvent* const m_pWake;
     pollfd m_Watched[kMaxInterests + 2];
     nfds_t m_Count = 0;
@@ -307,7 +306,19 @@ private:
 
 QVWaitResult qv_wait_for_sockets(std::span<QVSocketInterest> interests, int milliseconds,
                                  const QVWakeEvent* wake) {
-    for (QVSocketInterest& interest : interests)
+    QV_ASSERT(interests.size() <= kMaxInterests);
+    QVHandleInterest handles[kMaxInterests];
+    for (size_t i = 0; i < interests.size(); ++i)
+        handles[i] = {interests[i].m_pSocket->GetSocketHandle(), interests[i].m_Events};
+    const QVWaitResult result = qv_wait_for_handles({handles, interests.size()}, milliseconds, wake);
+    for (size_t i = 0; i < interests.size(); ++i)
+        interests[i].m_Ready = handles[i].m_Ready;
+    return result;
+}
+
+QVWaitResult qv_wait_for_handles(std::span<QVHandleInterest> interests, int milliseconds,
+                                 const QVWakeEvent* wake) {
+    for (QVHandleInterest& interest : interests)
         interest.m_Ready = 0;
     return QVSocketPoll(interests, wake).Wait(milliseconds);
 }

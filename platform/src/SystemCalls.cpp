@@ -28,6 +28,9 @@ dirent* ReadFolder(void* folder) {
 int CloseFolder(void* folder) {
     return ::closedir(static_cast<DIR*>(folder));
 }
+int ControlDevice(int descriptor, unsigned long request, void* argument) {
+    return ::ioctl(descriptor, request, argument);
+}
 
 constexpr QVSystemCalls RealSystem = {
     .open = OpenFile,
@@ -48,6 +51,11 @@ constexpr QVSystemCalls RealSystem = {
     .readdir = ReadFolder,
     .closedir = CloseFolder,
     .flock = ::flock,
+    .ioctl = ControlDevice,
+    .tcgetattr = ::tcgetattr,
+    .tcsetattr = ::tcsetattr,
+    .tcflush = ::tcflush,
+    .tcsendbreak = ::tcsendbreak,
 };
 
 constinit const QVSystemCalls* g_pSystem = &RealSystem;

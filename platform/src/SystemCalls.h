@@ -1,17 +1,19 @@
 // The system calls that can fail for reasons from outside, behind one table.
 //
-// The platform's sources reach files only through qv_system(), so a test can make any call fail, be
-// interrupted or take only part, and everything above sees exactly what it would see on a real machine. The
-// table is the system's own from the start; a test puts its own in place and puts the old one back, while no
-// other thread uses files. The headers below bring the flags that the calls take.
+// The platform's sources reach files and serial lines only through qv_system(), so a test can make any call
+// fail, be interrupted or take only part, and everything above sees exactly what it would see on a real
+// machine. The table is the system's own from the start; a test puts its own in place and puts the old one
+// back, while no other thread uses files. The headers below bring the flags that the calls take.
 #pragma once
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
+#include <termios.h>
 
 struct dirent;
 
@@ -34,6 +36,11 @@ struct QVSystemCalls {
     dirent* (*readdir)(void* folder);
     int (*closedir)(void* folder);
     int (*flock)(int descriptor, int operation);
+    int (*ioctl)(int descriptor, unsigned long request, void* argument);
+    int (*tcgetattr)(int descriptor, struct termios* attributes);
+    int (*tcsetattr)(int descriptor, int when, const struct termios* attributes);
+    int (*tcflush)(int descriptor, int queues);
+    int (*tcsendbreak)(int descriptor, int duration);
 };
 
 // The table in use.

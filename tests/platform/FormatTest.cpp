@@ -41,6 +41,20 @@ TEST(Format, WritesWhatFitsAndReturnsWhatItWrote) {
     EXPECT_EQ(untouched, '#');
 }
 
+TEST(Format, WhatDoesNotFitMayEndWithDots) {
+    const struct {
+        const char* text;
+        unsigned int size;
+        const char* written;
+    } cases[] = {{"volume", 7, "volume"}, {"volume", 6, "vo..."},         {"volume", 4, "..."},
+                 {"volume", 2, "."},      {"a\xC2\xB0volume", 6, "a..."}, {"", 1, ""}};
+    for (const auto& c : cases) {
+        const auto buffer = std::make_unique<char[]>(c.size);
+        EXPECT_EQ(qv_sprintf_with_elipsis(buffer.get(), c.size, "%s", c.text), strlen(c.written));
+        EXPECT_STREQ(buffer.get(), c.written);
+    }
+}
+
 TEST(Format, DoesNotDependOnTheProcessLocale) {
     char text[64];
     qv_sprintf(text, sizeof text, "%.2f %lc", 1234.5, static_cast<wint_t>(0xE9));

@@ -124,6 +124,26 @@ struct FaultTable {
         return Do(OnDescriptor(SystemCall::Lock, "flock", descriptor), -1,
                   [&](size_t) { return Real().flock(descriptor, operation); });
     }
+    static int ControlDevice(int descriptor, unsigned long request, void* argument) {
+        return Do(OnDescriptor(SystemCall::Control, "ioctl", descriptor), -1,
+                  [&](size_t) { return Real().ioctl(descriptor, request, argument); });
+    }
+    static int GetAttributes(int descriptor, termios* attributes) {
+        return Do(OnDescriptor(SystemCall::GetAttributes, "tcgetattr", descriptor), -1,
+                  [&](size_t) { return Real().tcgetattr(descriptor, attributes); });
+    }
+    static int SetAttributes(int descriptor, int when, const termios* attributes) {
+        return Do(OnDescriptor(SystemCall::SetAttributes, "tcsetattr", descriptor), -1,
+                  [&](size_t) { return Real().tcsetattr(descriptor, when, attributes); });
+    }
+    static int Discard(int descriptor, int queues) {
+        return Do(OnDescriptor(SystemCall::Discard, "tcflush", descriptor), -1,
+                  [&](size_t) { return Real().tcflush(descriptor, queues); });
+    }
+    static int SendBreak(int descriptor, int duration) {
+        return Do(OnDescriptor(SystemCall::SendBreak, "tcsendbreak", descriptor), -1,
+                  [&](size_t) { return Real().tcsendbreak(descriptor, duration); });
+    }
 
     static constexpr QVSystemCalls Table = {
         .open = Open,
@@ -144,6 +164,11 @@ struct FaultTable {
         .readdir = ReadFolder,
         .closedir = CloseFolder,
         .flock = Lock,
+        .ioctl = ControlDevice,
+        .tcgetattr = GetAttributes,
+        .tcsetattr = SetAttributes,
+        .tcflush = Discard,
+        .tcsendbreak = SendBreak,
     };
 };
 

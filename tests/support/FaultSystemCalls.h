@@ -1,4 +1,5 @@
-// FaultSystemCalls - makes the system calls beneath the platform's files fail where a test wants them to.
+// FaultSystemCalls - makes the system calls beneath the platform's files and serial lines fail where a test
+// wants them to.
 //
 // While an object lives, every call of the platform's table goes through it to the real system. Rules say
 // what happens instead; each counts the calls of its set from the moment it was made, starting at 1:
@@ -40,7 +41,13 @@ struct SystemCall {
     static constexpr unsigned int ReadFolder = 1u << 15;
     static constexpr unsigned int CloseFolder = 1u << 16;
     static constexpr unsigned int Lock = 1u << 17;
-    static constexpr unsigned int All = (1u << 18) - 1;
+    static constexpr unsigned int Control = 1u << 19; // ioctl
+    static constexpr unsigned int GetAttributes = 1u << 20;
+    static constexpr unsigned int SetAttributes = 1u << 21;
+    static constexpr unsigned int Discard = 1u << 22; // tcflush
+    static constexpr unsigned int SendBreak = 1u << 23;
+    static constexpr unsigned int Terminals = Control | GetAttributes | SetAttributes | Discard | SendBreak;
+    static constexpr unsigned int All = ((1u << 18) - 1) | Terminals;
 
     // Calls that change what is on the disk. Open is counted and refused only when it would write or create.
     static constexpr unsigned int OpenToChange = 1u << 18;

@@ -18,5 +18,9 @@ unsigned int qv_sprintf(char* buffer, unsigned int size, const char* format, ...
 unsigned int qv_vsprintf(char* buffer, unsigned int size, const char* format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 
+// Like qv_sprintf(), but a text that does not fit ends with "..." (as much of it as `size` allows).
+unsigned int qv_sprintf_with_elipsis(char* buffer, unsigned int size, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
 // Copies a terminated text.
 unsigned int qv_strcpy(char* buffer, unsigned int size, const char* text);

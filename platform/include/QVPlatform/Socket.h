@@ -4,7 +4,9 @@
 // QVSocket          one connection
 // QVSocketListener  takes connections in
 // QVWakeEvent       ends the waits of a thread from another thread, or when the process is told to stop
-// qv_wait_for_sockets()  waits until something can be done, for so long at most
+// qv_wait_for_sockets()  waits until something can be done, for so long at most; qv_wait_for_handles() does
+// the
+//                   same for serial lines and other descriptors
 //
 // A server with one client, and what the client does:
 //
@@ -182,6 +184,15 @@ struct QVSocketInterest {
 // Waits until something wanted of one of the sockets holds, `wake` (may be null) is set, or `milliseconds`
 // have passed (-1: for ever). At most 16 sockets.
 QVWaitResult qv_wait_for_sockets(std::span<QVSocketInterest> interests, int milliseconds,
+                                 const QVWakeEvent* wake = nullptr);
+
+// The same for anything that has a descriptor: a serial line, the standard input. A file is always readable.
+struct QVHandleInterest {
+    int m_Handle;
+    unsigned int m_Events;
+    unsigned int m_Ready = 0;
+};
+QVWaitResult qv_wait_for_handles(std::span<QVHandleInterest> interests, int milliseconds,
                                  const QVWakeEvent* wake = nullptr);
 
 // Takes connections in.

@@ -105,8 +105,9 @@ void QVSerialPort::ClosePort() {
     if (!m_bPortOpen)
         return;
     Trace("Closing port handle %d", m_hPort);
-    // A terminal whose other end stays open would go on refusing others. Only while the lock is held, so that no
-    // other process loses its exclusiveness. On a line that is gone both fail, and there is nothing to give back.
+    // A terminal whose other end stays open would go on refusing others. Only while the lock is held, so that
+    // no other process loses its exclusiveness. On a line that is gone both fail, and there is nothing to
+    // give back.
     QVSerialDevice::SetExclusive(m_hPort, false);
     QVSerialDevice::Unlock(m_hPort);
     const int error = QVSerialDevice::Close(m_hPort);

@@ -1,3 +1,4 @@
+#include "support/FaultSystemCalls.h" // brings the terminal structure and its flags
 #include <QVLib/SerialPorts/SerialModeString.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVLib/TextStreams/TextOutputString.h>

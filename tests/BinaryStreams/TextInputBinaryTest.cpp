@@ -1,0 +1,107 @@
+#include <BinaryStreams/BinaryStreamsTesting.h>
+#include <QVLib/BinaryStreams/TextInputBinary.h>
+#include <QVLib/TextStreams/TextInputString.h>
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace {
+
+std::u32string ReadAll(CTextInput& input) {
+    std::u32string text;
+    for (int codePoint; input.ReadCodePoint(codePoint);)
+        text.push_back(static_cast<char32_t>(codePoint));
+    return text;
+}
+
+// Both bridges over the same bytes, `skip` of them read before.
+void ForBoth(const std::string& bytes, unsigned int skip,
+             const std::function<void(CTextInputWithEncoding&)>& check) {
+    BinaryInputFromReadOnlyData data(BinaryStringLengthNotAllowed,
+                                     reinterpret_cast<const unsigned char*>(bytes.data()),
+                                     static_cast<unsigned int>(bytes.size()));
+    data.Seek(skip);
+    CTextInputFromBinaryInput input(&data, false);
+    check(input);
+    if (skip > 0)
+        return;
+    BinaryOutputBuffer buffer(BinaryStringLengthNotAllowed);
+    buffer.Write(bytes.data(), static_cast<unsigned int>(bytes.size()));
+    CTextInputFromBinaryOutputBuffer bufferInput(&buffer);
+    check(bufferInput);
+}
+
+TEST(TextInputBinary, AZeroEndsTheTextForGood) {
+    const struct {
+        const char* m_Bytes;
+        const char32_t* m_Text;
+        unsigned int m_End;
+    } cases[] = {
+        {"41 00 42", U"A", 2},
+        {"00 42", U"", 1},
+        {"41 42", U"AB", 2},
+        {"EF BB BF 41 00 42", U"A", 5},
+        {"FF FE 41 00 00 00 42 00", U"A", 6},
+        {"FE FF 01 00 00 41 00 00 00 42", U"\u0100A", 8},
+        {"C3", U"", 1},
+        {"", U"", 0},
+    };
+    for (const auto& c : cases)
+        ForBoth(FromHex(c.m_Bytes), 0, [&c](CTextInputWithEncoding& input) {
+            SCOPED_TRACE(c.m_Bytes);
+            EXPECT_EQ(ReadAll(input), c.m_Text);
+            EXPECT_EQ(ReadAll(input), U"");
+            CTextInput::Position atEnd;
+            input.SavePosition(atEnd);
+            input.ResetPosition();
+            EXPECT_EQ(ReadAll(input), c.m_Text);
+            input.RestorePosition(atEnd);
+            EXPECT_EQ(ReadAll(input), U"");
+            EXPECT_EQ(input.Tell(), c.m_End);
+        });
+}
+
+TEST(TextInputBinary, StartsWhereTheBinaryInputStands) {
+    ForBoth(FromHex("01 02 EF BB BF 41 00"), 2, [](CTextInputWithEncoding& input) {
+        EXPECT_EQ(ReadAll(input), U"A");
+        input.ResetPosition();
+        EXPECT_EQ(input.Tell(), 5);
+        EXPECT_EQ(ReadAll(input), U"A");
+    });
+}
+
+TEST(TextInputBinary, ReadsBackTextThatWasWrittenAmongValues) {
+    const qvstring text = "caf\xC3\xA9\n" + qvstring(20000, 'x') + "\xF0\x9F\x98\x80";
+    BinaryOutputBuffer buffer(BinaryStringLengthUTF8Character);
+    TextInputQVString source(text, "n");
+    buffer << source << 4711u;
+    CBinaryInputFromBinaryOutputBuffer data(&buffer);
+    qvstring read;
+    CTextInputFromBinaryInput(&data, false).ReadAllInput(read);
+    EXPECT_EQ(read, text);
+    unsigned int number = 0;
+    data >> number;
+    EXPECT_EQ(number, 4711u);
+}
+
+// Counts itself, and cannot be read.
+class BrokenInput : public BinaryInputFromReadOnlyData {
+public:
+    explicit BrokenInput(int& live)
+        : BinaryInputFromReadOnlyData(BinaryStringLengthNotAllowed, nullptr, 0), m_Live(++live) {}
+    ~BrokenInput() override { --m_Live; }
+    bool IsEOF() const override { return false; }
+
+private:
+    int& m_Live;
+};
+
+TEST(TextInputBinary, DeletesWhatItOwns) {
+    int live = 0;
+    EXPECT_THROW(CTextInputFromBinaryInput(new BrokenInput(live), true), CBinaryInput::EOFException);
+    EXPECT_EQ(live, 0);
+    BrokenInput borrowed(live);
+    EXPECT_THROW(CTextInputFromBinaryInput(&borrowed, false), CBinaryInput::EOFException);
+    EXPECT_EQ(live, 1);
+}
+
+} // namespace

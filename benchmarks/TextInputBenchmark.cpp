@@ -1,11 +1,19 @@
 // How fast is text read? Code points (with and without their locations), lines and whole texts from UTF-8 in
-// memory, each beside a bare U8_NEXT loop over the same bytes, which knows neither locations nor newlines.
+// memory, each beside a bare U8_NEXT loop over the same bytes, which knows neither locations nor newlines. And from a
+// file of 1 MiB in UTF-8 or UTF-16, beside fread with ICU's converter.
 // items_per_second counts code points, so the figures compare directly.
 
+#include <QVLib/TextStreams/TextInputEncoded.h>
 #include <QVLib/TextStreams/TextInputString.h>
+#include <QVPlatform/FilePath.h>
+#include <QVPlatform/Unicode.h>
 #include <algorithm>
 #include <benchmark/benchmark.h>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <unicode/ucnv.h>
 #include <unicode/utf8.h>
 
 namespace {
@@ -178,5 +186,99 @@ BENCHMARK_DEFINE_F(TextInputBenchmark, GetLineCount)(benchmark::State& state) {
     Finish(state, correct);
 }
 BENCHMARK_REGISTER_F(TextInputBenchmark, GetLineCount)->Apply(Sizes);
+
+// Arguments: text kind (0 ASCII, 1 mixed) and encoding (0 UTF-8, 2 UTF-16). The file is read whole each time, from
+// opening to closing.
+class TextFileBenchmark : public benchmark::Fixture {
+public:
+    using benchmark::Fixture::SetUp;
+    using benchmark::Fixture::TearDown;
+
+    void SetUp(benchmark::State& state) override {
+        const qvstring text = MakeText(state.range(0) != 0, 1 << 20);
+        m_Expected = SumWithU8Next(text);
+        m_Path = (std::filesystem::temp_directory_path() / "qv-text-input-benchmark").string();
+        std::ofstream file(m_Path, std::ios::binary);
+        if (state.range(1) == 0) {
+            file << text;
+            return;
+        }
+        file << "\xFF\xFE";
+        for (const char *p = text.data(), *end = p + text.size(); p != end;) {
+            unsigned short units[2];
+            const unsigned int count = qv_encode_utf16(qv_codepoint_from_qvchar(p, end), units);
+            file.write(reinterpret_cast<const char*>(units), 2 * count);
+        }
+    }
+    void TearDown(benchmark::State&) override { std::filesystem::remove(m_Path); }
+
+    template<class ReadFile>
+    void Run(benchmark::State& state, ReadFile readFile) {
+        for (auto _ : state) {
+            const Sum sum = readFile();
+            if (sum.m_CodePoints != m_Expected.m_CodePoints || sum.m_Value != m_Expected.m_Value)
+                state.SkipWithError("the text was not read as it is");
+        }
+        state.SetItemsProcessed(state.iterations() * static_cast<long long>(m_Expected.m_CodePoints));
+    }
+
+    std::string m_Path;
+
+private:
+    Sum m_Expected;
+};
+
+namespace {
+
+void KindsAndEncodings(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgNames({"mixed", "encoding"})->ArgsProduct({{0, 1}, {0, 2}});
+}
+
+// Like u_fgetcx(): blocks of 1,024 bytes, converted to UTF-16 and put together to code points.
+Sum SumWithConverter(const std::string& path, const char* encoding) {
+    Sum sum;
+    UErrorCode error = U_ZERO_ERROR;
+    UConverter* const converter = ucnv_open(encoding, &error);
+    FILE* const file = fopen(path.c_str(), "rb");
+    char16_t lead = 0;
+    char bytes[1024];
+    char16_t units[1024];
+    bool marked = encoding[3] == '-' && encoding[4] == '1';
+    for (size_t count; (count = fread(bytes, 1, sizeof bytes, file)) > 0;) {
+        const char* source = bytes + (marked ? 2 : 0);
+        char16_t* target = units;
+        ucnv_toUnicode(converter, &target, units + 1024, &source, bytes + count, nullptr, false, &error);
+        marked = false;
+        for (const char16_t* unit = units; unit != target; ++unit) {
+            if ((*unit & 0xFC00) == 0xD800)
+                lead = *unit;
+            else
+                sum.Add((*unit & 0xFC00) == 0xDC00 ? 0x10000 + (lead & 0x3FF) * 0x400 + (*unit & 0x3FF)
+                                                   : *unit);
+        }
+    }
+    fclose(file);
+    ucnv_close(converter);
+    return sum;
+}
+
+} // namespace
+
+BENCHMARK_DEFINE_F(TextFileBenchmark, PeerFreadAndConverter)(benchmark::State& state) {
+    Run(state, [&] { return SumWithConverter(m_Path, state.range(1) == 0 ? "UTF-8" : "UTF-16LE"); });
+}
+BENCHMARK_REGISTER_F(TextFileBenchmark, PeerFreadAndConverter)->Apply(KindsAndEncodings);
+
+BENCHMARK_DEFINE_F(TextFileBenchmark, ReadCodePoint)(benchmark::State& state) {
+    Run(state, [&] {
+        TextInputFile input;
+        Sum sum;
+        if (input.OpenFile(CQVFilePath(m_Path)))
+            for (int codePoint; input.ReadCodePoint(codePoint);)
+                sum.Add(codePoint);
+        return sum;
+    });
+}
+BENCHMARK_REGISTER_F(TextFileBenchmark, ReadCodePoint)->Apply(KindsAndEncodings);
 
 BENCHMARK_MAIN();

@@ -3,7 +3,6 @@
 #include <QVLib/BinaryStreams/BinaryInput.h>
 #include <QVLib/BinaryStreams/BinaryOutput.h>
 #include <QVLib/Security/SecuritySettingsParseContext.h>
-#include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/TextOutput.h>
 #include <QVPlatform/UserDatabase.h>
 
@@ -73,20 +72,6 @@ bool CQVUserIdentity::ParseUserIdentity(CSecuritySettingsParseContext& context) 
         context.LogUnexpectedTokenError(token, "User ID");
         return false;
     }
-}
-
-bool CQVUserIdentity::IsTextReadable() const {
-    CTextOutputString printed;
-    PrintUserIdentity(printed);
-    TextInputQVString input(printed.GetString(), qvstring());
-    COutputLogNull log;
-    CSecuritySettingsParseContext context(&input, &log);
-    CQVUserIdentity parsed;
-    if (!parsed.ParseUserIdentity(context) || parsed.m_Type != m_Type)
-        return false;
-    CParseToken rest;
-    context.GetNextToken(rest);
-    return rest.Type() == TokenEndOfFile && (IsGuestIdentity() || parsed.m_Name == m_Name);
 }
 
 void CQVUserIdentity::LoadUserIdentity(CBinaryInput& in) {

@@ -38,6 +38,8 @@ public:
     CSecuritySettingsAccessRights() = default;
     explicit CSecuritySettingsAccessRights(unsigned int worldRights) : m_WorldRights(worldRights) {}
 
+    bool operator==(const CSecuritySettingsAccessRights& other) const = default;
+
     // True when at least one of `rights` is held, for the world or in zone `zoneIndex`. A zone above 3 does
     // not exist, and nothing is granted there but what the world has.
     bool HasPrivilege(unsigned char zoneIndex, unsigned int rights) const;

@@ -10,8 +10,7 @@
 //           name "Guest" or parsed, it is called "Guest". The two are different identities, and both match the
 //           guest.
 // Names:    any text can be set, stored in binary form and printed. Only a name of letters and digits that
-//           starts with a letter can be parsed back; "john.doe" cannot, nor can a user called "Guest", who
-//           comes back as the guest. See IsTextReadable().
+//           starts with a letter can be parsed back; "john.doe" cannot (CSecuritySettingsUser::IsTextReadable()).
 // Errors:   parsing reports to the parse context and returns false. Loading throws what CBinaryInput throws; it
 //           takes any byte for the kind, and kinds that are not in the table match nobody and have no text.
 // Threads:  a plain value; one thread at a time.
@@ -68,8 +67,6 @@ public:
     // Reads that text. False after a message; the token that was not expected is gone, and the identity is
     // what it was.
     bool ParseUserIdentity(CSecuritySettingsParseContext& context);
-    // True when parsing what is printed gives this identity again (a guest may gain its name by that).
-    bool IsTextReadable() const;
 
     // The kind as one byte, then the name as a string of at most CBinaryInput::MaxStringLength code points.
     // What cannot be loaded leaves the guest, or the kind with a part of the name.

@@ -1,0 +1,134 @@
+#include "SecurityTesting.h"
+#include <QVLib/Security/ClientAccessContext.h>
+#include <QVLib/Security/UserAccessToken.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+CQVUserIdentity Parsed(const char* text) {
+    RightsText input(text);
+    CQVUserIdentity id;
+    EXPECT_TRUE(id.ParseUserIdentity(input.m_Context));
+    return id;
+}
+
+TEST(UserAccessTokenTest, MatchesByKindNameAndGroup) {
+    CQVUserAccessToken fresh; // the guest, under no name
+    CQVUserAccessToken guest;
+    guest.SetGuest();
+    CQVUserAccessToken bob;
+    bob.SetSpecifiedUser(CQVSecureWString("bob"));
+    CQVUserAccessToken member = bob;
+    member.m_Groups = {"Guest", "ops"};
+    CQVUserAccessToken star; // logged on under a name that is no identity's
+    star.SetSpecifiedUser(CQVSecureWString("*bob"));
+    BytesInput strange("\7\3bob");
+    CQVUserIdentity strangeId;
+    strangeId.LoadUserIdentity(strange);
+    const struct {
+        CQVUserIdentity id;
+        const char* matches; // fresh, guest, bob, member, star
+    } cases[] = {
+        {CQVUserIdentity(), "11000"}, {Parsed("Guest"), "11000"}, {Parsed("*"), "00111"},
+        {Parsed("bob"), "00110"},     {Parsed("Bob"), "00000"},   {Parsed("guest"), "00000"},
+        {Parsed("@ops"), "00010"},    {Parsed("@op"), "00000"},   {Parsed("@bob"), "00000"},
+        {Parsed("@Guest"), "00010"},  {strangeId, "00000"},
+    };
+    for (const auto& c : cases) {
+        std::string matches;
+        for (const CQVUserAccessToken* token : {&fresh, &guest, &bob, &member, &star})
+            matches += token->MatchesUserIdentity(c.id) ? '1' : '0';
+        EXPECT_EQ(matches, c.matches) << c.id.GetType() << ":" << c.id.GetName();
+    }
+    EXPECT_STREQ(guest.m_UserName.Get(), "Guest");
+    EXPECT_FALSE(member.SetFromCurrentProcess());
+    member.SetGuest();
+    EXPECT_EQ(member.m_Groups.size(), 2U);
+}
+
+std::string Describe(const CClientAccessContext& context) {
+    return Printed([&](CTextOutput& out) {
+        context.PrintRights(out);
+        out.Print(" %s %s %s %s", context.m_ClientAddress.c_str(), context.m_UserName.c_str(),
+                  context.m_DataFormatSettings.m_TimeZone.GetIANATimeZoneName().c_str(),
+                  qvstring(context.m_DataFormatSettings.m_Locale.GetLocaleName()).c_str());
+    });
+}
+
+TEST(ClientAccessContextTest, BinaryFormCarriesWhatTheVersionKnows) {
+    using namespace std::string_literals;
+    CClientAccessContext sent("192.0.2.7"s);
+    sent.SetWorldRights(0x103);
+    sent.SetZoneRights(3, 0x80000001);
+    sent.SetUserName("bobby", 3);
+    sent.m_bLogTagTracking = false;
+    CDataFormatSettings settings;
+    settings.m_TimeZone.UseSpecifiedTimeZone("Asia/Tokyo");
+    settings.m_Locale.SetFromLocaleName("de-DE");
+    sent.SetDataFormatSettings(settings);
+    const std::string bare = "\3\1\0\0\4\0\0\0\0\0\0\0\0\0\0\0\0\1\0\0\x80\x09"
+                             "192.0.2.7\3bob"s;
+    const std::string zone = "\x0A"
+                             "Asia/Tokyo"s;
+    const std::string locale = "\5de-DE";
+    const struct {
+        unsigned short version;
+        std::string bytes;
+        const char* loaded;
+    } cases[] = {
+        {17, bare, "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Etc/GMT-5 en-US"},
+        {18, bare + zone, "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Asia/Tokyo en-US"},
+        {27, bare + zone, "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Asia/Tokyo en-US"},
+        {28, bare + zone + locale,
+         "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Asia/Tokyo de-DE"},
+        {43, bare + zone + locale,
+         "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Asia/Tokyo de-DE"},
+        {44, "", "World=Refresh+Write+Configure, ZoneD=Refresh 192.0.2.7 bob Asia/Tokyo de-DE"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.version);
+        const std::string bytes = Saved([&](CBinaryOutput& out) { sent.SaveAccessContext(c.version, out); });
+        if (c.version < 44)
+            EXPECT_EQ(bytes, c.bytes);
+        else
+            EXPECT_EQ(bytes.substr(0, cases[4].bytes.size()), cases[4].bytes);
+        CClientAccessContext context("ann", 0x040);
+        context.m_DataFormatSettings.m_TimeZone.UseSpecifiedTimeZone("Etc/GMT-5");
+        context.m_DataFormatSettings.m_Locale.SetFromLocaleName("en-US");
+        context.SetZoneRights(0, 0x004);
+        EXPECT_EQ(Describe(context), "World=WriteFile, ZoneA=Force  ann Etc/GMT-5 en-US");
+        for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
+            const std::string part = bytes.substr(0, cut);
+            BytesInput in(part);
+            EXPECT_THROW(context.LoadAccessContext(c.version, in), CBinaryInput::EOFException) << cut;
+        }
+        EXPECT_EQ(Describe(context), "World=WriteFile, ZoneA=Force  ann Etc/GMT-5 en-US");
+        BytesInput in(bytes);
+        context.LoadAccessContext(c.version, in);
+        EXPECT_TRUE(in.IsEOF());
+        EXPECT_EQ(Describe(context), c.loaded);
+        EXPECT_TRUE(context.m_bLogTagTracking);
+        context = sent;
+        EXPECT_FALSE(context.LogTagTrackingEvent(3));
+    }
+    CClientAccessContext context("a"s);
+    EXPECT_TRUE(context.LogTagTrackingEvent(3));
+    EXPECT_FALSE(context.LogTagTrackingEvent(0));
+    CQVTimeZone here;
+    here.UseCurrentTimeZone();
+    EXPECT_EQ(context.m_DataFormatSettings.m_TimeZone.GetIANATimeZoneName(), here.GetIANATimeZoneName());
+
+    // Zones that do not exist are passed over, zones that are missing have no rights.
+    const std::string counts[] = {"\1\0\0\0\6"s + std::string(12, '\0') + "\2\0\0\0xxxxyyyy\0\0"s,
+                                  "\1\0\0\0\1\2\0\0\0\0\0"s};
+    for (const std::string& bytes : counts) {
+        context.SetZoneRights(1, 0x040);
+        BytesInput in(bytes);
+        context.LoadAccessContext(17, in);
+        EXPECT_TRUE(in.IsEOF());
+        EXPECT_EQ(Printed([&](CTextOutput& out) { context.PrintRights(out); }),
+                  &bytes == counts ? "World=Refresh, ZoneD=Write" : "World=Refresh, ZoneA=Write");
+    }
+}
+
+} // namespace

@@ -133,9 +133,9 @@ private:
     const OperatorAndPrimary* OperatorsBegin() const { return m_Operators.data(); }
     const OperatorAndPrimary* OperatorsEnd() const { return m_Operators.data() + m_Operators.size(); }
 
+    unsigned int m_Depth = 0; // brackets around this expression
     UnaryExpr m_First;
     std::vector<OperatorAndPrimary> m_Operators; // in the order of the text
-    unsigned int m_Depth = 0;                    // brackets around this expression
 };
 
 class JSONataExpr::Primary {

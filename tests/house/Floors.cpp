@@ -36,6 +36,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"benchmarks/", "fnmatch.h"},
     {"benchmarks/", "sqlite3.h"},
     {"benchmarks/", "unicode/"},
+    {"benchmarks/", "fmt/"},
     {"tests/Formatting/", "unicode/"},
 };
 

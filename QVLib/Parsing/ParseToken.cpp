@@ -1,6 +1,7 @@
 #include "CharacterClass.h"
 #include <QVLib/Parsing/ParseToken.h>
 #include <QVLib/TextStreams/TextInput.h>
+#include <QVPlatform/Ascii.h>
 
 namespace {
 
@@ -62,8 +63,8 @@ Run GetRun(unsigned int firstClass, ParseIdentifierMode identifierMode, ParseNum
     }
 }
 
-unsigned char ToLower(char byte) {
-    return static_cast<unsigned char>(byte >= 'A' && byte <= 'Z' ? byte - 'A' + 'a' : byte);
+int ToLower(char byte) {
+    return qv_ascii_to_lower(static_cast<unsigned char>(byte));
 }
 
 } // namespace
@@ -217,7 +218,7 @@ int CParseToken::CompareIdentifier(const char* s) const {
         ++text;
         ++s;
     }
-    return static_cast<int>(ToLower(*text)) - static_cast<int>(ToLower(*s));
+    return ToLower(*text) - ToLower(*s);
 }
 
 bool CParseToken::IsNumberExponent() const {

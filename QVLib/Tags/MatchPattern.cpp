@@ -1,4 +1,5 @@
 #include <QVLib/Tags/MatchPattern.h>
+#include <QVPlatform/Ascii.h>
 #include <QVPlatform/Unicode.h>
 #include <QVPlatform/UnicodeCharacter.h>
 #include <array>
@@ -11,9 +12,9 @@ using ByteTable = std::array<unsigned char, 256>;
 
 constexpr ByteTable MakeConversion(bool caseSensitive) {
     ByteTable table{};
-    for (unsigned int byte = 0; byte < 256; byte++)
-        table[byte] = static_cast<unsigned char>(
-            !caseSensitive && byte >= 'a' && byte <= 'z' ? byte - 'a' + 'A' : byte);
+    for (int byte = 0; byte < 256; byte++)
+        table[static_cast<unsigned int>(byte)] =
+            static_cast<unsigned char>(caseSensitive ? byte : qv_ascii_to_upper(byte));
     return table;
 }
 

@@ -1,4 +1,5 @@
 #include <QVLib/Tags/NaturalSort.h>
+#include <QVPlatform/Ascii.h>
 #include <QVPlatform/Unicode.h>
 #include <QVPlatform/UnicodeCharacter.h>
 #include <algorithm>
@@ -34,7 +35,7 @@ public:
             return;
         }
         m_pNext++;
-        m_CodePoint = byte >= 'a' && byte <= 'z' ? byte - 'a' + 'A' : byte;
+        m_CodePoint = qv_ascii_to_upper(byte);
         if (byte >= '0' && byte <= '9')
             m_Digit = byte - '0';
     }

@@ -1,17 +1,9 @@
 #include <QVLib/Tags/TagName.h>
+#include <QVPlatform/Ascii.h>
 #include <algorithm>
 #include <string_view>
 
 namespace {
-
-char ToAsciiLower(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
-bool EqualIgnoringAsciiCase(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return ToAsciiLower(x) == ToAsciiLower(y); });
-}
 
 // The position of the last dot before which both names are level by level the same; npos when there is none.
 std::size_t FindEndOfCommonLevels(const qvstring& name, const qvstring& base) {
@@ -57,7 +49,7 @@ CTagName& CTagName::ToAbsolute(const qvstring& base) {
 bool CTagName::MatchOtherTagRef(const qvstring& other, bool allowChild) const {
     const std::size_t length = m_TagName.size();
     if (other.size() < length ||
-        !EqualIgnoringAsciiCase(m_TagName, std::string_view(other).substr(0, length)))
+        qv_compare_ignoring_ascii_case(m_TagName, std::string_view(other).substr(0, length)) != 0)
         return false;
     return other.size() == length || other[length] == '?' || (allowChild && other[length] == '.');
 }

@@ -2,21 +2,12 @@
 #include <QVLib/BinaryStreams/BinaryOutput.h>
 #include <QVLib/TextStreams/TextInput.h>
 #include <QVLib/Utilities/Guid.h>
+#include <QVPlatform/Ascii.h>
 #include <QVPlatform/SecureMemory.h>
 #include <QVPlatform/TextOutput.h>
 #include <cstring>
 
 namespace {
-
-int HexadecimalDigit(int codePoint) {
-    if (codePoint >= '0' && codePoint <= '9')
-        return codePoint - '0';
-    if (codePoint >= 'a' && codePoint <= 'f')
-        return codePoint - 'a' + 10;
-    if (codePoint >= 'A' && codePoint <= 'F')
-        return codePoint - 'A' + 10;
-    return -1;
-}
 
 bool ReadHyphen(CTextInput& input) {
     int codePoint;
@@ -31,7 +22,7 @@ bool ReadHexadecimal(CTextInput& input, T& number) {
         int codePoint;
         if (!input.ReadCodePoint(codePoint))
             return false;
-        const int digit = HexadecimalDigit(codePoint);
+        const int digit = qv_hexadecimal_digit(codePoint);
         if (digit < 0)
             return false;
         value = value << 4 | static_cast<unsigned int>(digit);

@@ -1,3 +1,4 @@
+#include <QVPlatform/Ascii.h>
 #include <QVPlatform/UnicodeCharacter.h>
 #include <unicode/uchar.h>
 
@@ -21,6 +22,6 @@ int UnicodeCharTable::GetNumericValue(int codePoint) {
 
 int UnicodeCharTable::ToUpper(int codePoint) {
     if (codePoint >= 0 && codePoint < 0x80)
-        return codePoint >= 'a' && codePoint <= 'z' ? codePoint - 'a' + 'A' : codePoint;
+        return qv_ascii_to_upper(codePoint);
     return u_toupper(codePoint);
 }

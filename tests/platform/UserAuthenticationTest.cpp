@@ -1,0 +1,155 @@
+#include "support/PamStack.h"
+#include <QVPlatform/SecureMemory.h>
+#include <QVPlatform/UserAuthentication.h>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+using Result = QVUserAuthentication::Result;
+
+CQVSecureWString Secret(const std::string& text) {
+    CQVSecureWString secret;
+    for (const char byte : text)
+        secret.Append(byte);
+    return secret;
+}
+
+Result Ask(const QVUserAuthentication& authentication, const std::string& user, const std::string& password) {
+    Result result;
+    const bool authenticated = authentication.Authenticate(Secret(user), Secret(password), result);
+    EXPECT_EQ(authenticated, result.m_ErrorCode == 0) << result.m_ErrorText;
+    EXPECT_EQ(authenticated, result.m_ErrorText.empty());
+    return result;
+}
+
+} // namespace
+
+TEST(UserAuthentication, TakesTheRightPasswordOnly) {
+    PamStack stack;
+    const std::string longest(511, 'p');
+    stack.AddUser("alice", "s\xC3\xA9"
+                           "cret word");
+    stack.AddUser("bob", longest);
+    stack.AddUser("empty", "");
+    stack.AddUser("carol", "elsewhere", {}, "other-service");
+    stack.RunInside([&] {
+        const QVUserAuthentication authentication;
+        EXPECT_EQ(authentication.GetService(), "qvlib");
+        EXPECT_EQ(Ask(authentication, "alice",
+                      "s\xC3\xA9"
+                      "cret word")
+                      .m_SystemUser,
+                  "alice");
+        EXPECT_EQ(Ask(authentication, "bob", longest).m_SystemUser, "bob");
+        const struct {
+            std::string m_User;
+            std::string m_Password;
+            const char* m_Text;
+        } refused[] = {
+            {"alice", "secret word", "Authentication failure"},
+            {"alice", "", "Authentication failure"},
+            {"alice",
+             std::string("s\xC3\xA9"
+                         "cret word\0",
+                         13),
+             "Authentication failure"},
+            {"bob", longest + "p", "Authentication failure"},
+            {"Alice",
+             "s\xC3\xA9"
+             "cret word",
+             nullptr},
+            {"nobody", "x", nullptr},
+            {"", "x", "User not known to the underlying authentication module"},
+            {std::string("alice\0", 6),
+             "s\xC3\xA9"
+             "cret word",
+             "User not known to the underlying authentication module"},
+            {std::string(512, 'a'), "x", "User not known to the underlying authentication module"},
+            {"carol", "elsewhere", "Permission denied"}, // right, but not for this service
+        };
+        for (const auto& c : refused) {
+            const Result result = Ask(authentication, c.m_User, c.m_Password);
+            EXPECT_NE(result.m_ErrorCode, 0) << c.m_User;
+            EXPECT_EQ(result.m_SystemUser, "");
+            if (c.m_Text) {
+                EXPECT_EQ(result.m_ErrorText, c.m_Text) << c.m_User;
+            }
+        }
+    });
+}
+
+TEST(UserAuthentication, GathersWhatModulesSay) {
+    PamStack stack;
+    stack.AddUser("alice", "secret", {}, "talking");
+    stack.AddService("talking", "auth required PASSWORDS verbose\naccount required PASSWORDS\n");
+    stack.AddService("asking", "auth required PASSWORDS echo\naccount required pam_permit.so\n");
+    stack.AddService("chatty", "auth required MODULES/pam_chatty.so num_lines=2000 info\n"
+                               "auth required PASSWORDS\naccount required pam_permit.so\n");
+    stack.RunInside([] {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const QVUserAuthentication talking("talking");
+        EXPECT_NE(Ask(talking, "alice", "secret").m_Messages, "");
+        const Result wrong = Ask(talking, "alice", "wrong");
+        EXPECT_NE(wrong.m_Messages, "");
+        EXPECT_EQ(wrong.m_ErrorText, "Authentication failure: " + wrong.m_Messages);
+        // A question with echo is one for the user, never answered with the password.
+        EXPECT_NE(Ask(QVUserAuthentication("asking"), "alice", "secret").m_ErrorCode, 0);
+        const Result flooded = Ask(QVUserAuthentication("chatty"), "alice", "secret");
+        EXPECT_EQ(flooded.m_ErrorCode, 0);
+        EXPECT_GT(flooded.m_Messages.size(), 100u);
+        EXPECT_LE(flooded.m_Messages.size(), 8192u);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    });
+}
+
+// A directory may know a user under another name: the account that counts is the one that the stack ends with.
+TEST(UserAuthentication, TellsWhomTheStackEndedWith) {
+    PamStack stack;
+    stack.AddUser("account", "secret", {}, "mapping");
+    stack.AddService("mapping", "auth required MODULES/pam_set_items.so\nauth required PASSWORDS\n"
+                                "account required PASSWORDS\n");
+    stack.RunInside([] {
+        setenv("PAM_USER", "account", 1);
+        EXPECT_EQ(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_SystemUser, "account");
+        unsetenv("PAM_USER");
+        EXPECT_NE(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_ErrorCode, 0);
+    });
+}
+
+TEST(UserAuthentication, ErrorTextsFitTheirBuffer) {
+    const QVUserAuthentication authentication;
+    const std::string whole = "User not known to the underlying authentication module";
+    int code = 0;
+    EXPECT_FALSE(authentication.LinuxAuthenticate(Secret(""), Secret("x"), code, nullptr, 0));
+    EXPECT_NE(code, 0);
+    for (const unsigned int size : {1u, 2u, 54u, 55u, 255u}) {
+        char text[256];
+        std::memset(text, '#', sizeof text);
+        EXPECT_FALSE(authentication.LinuxAuthenticate(Secret(""), Secret("x"), code, text, size));
+        EXPECT_STREQ(text, whole.substr(0, size - 1).c_str());
+        EXPECT_EQ(text[size], '#');
+    }
+}
+
+// The words of a module, cut between characters.
+TEST(UserAuthentication, ErrorTextsEndWithAWholeCharacter) {
+    PamStack stack;
+    stack.AddService("echoing", "auth requisite pam_echo.so \xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5\n"
+                                "auth requisite pam_deny.so\naccount required pam_deny.so\n");
+    stack.RunInside([] {
+        const std::string whole = "Authentication failure: \xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5";
+        const QVUserAuthentication authentication("echoing");
+        ASSERT_EQ(Ask(authentication, "alice", "x").m_ErrorText, whole);
+        for (unsigned int size = 25; size <= whole.size() + 2; ++size) {
+            char text[64];
+            int code;
+            EXPECT_FALSE(authentication.LinuxAuthenticate(Secret("alice"), Secret("x"), code, text, size));
+            const std::size_t room = size - 1;
+            EXPECT_EQ(text, whole.substr(0, room < 26 ? 24 : room < 29 ? 26 : room < 33 ? 29 : 33)) << size;
+        }
+    });
+}

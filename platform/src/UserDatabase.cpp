@@ -68,7 +68,9 @@ bool QVUserDatabase::Find(LookUp lookUp) {
         Grow();
     for (;;) {
         Entry* found = nullptr;
-        const int error = lookUp(&found);
+        // The answer is the error; what stands in for the name service may answer -1, with the error in errno.
+        const int answer = lookUp(&found);
+        const int error = answer == -1 ? errno : answer;
         if (error == 0)
             return found != nullptr;
         if (error == ERANGE && m_Size < MaxSize)

@@ -1,6 +1,28 @@
 #include <QVLib/Security/UserAccessToken.h>
 
+#include <QVPlatform/UserAuthentication.h>
 #include <QVPlatform/UserDatabase.h>
+
+bool CQVUserAccessToken::Logon(const QVUserAuthentication& authentication, const CQVSecureWString& user,
+                               const CQVSecureWString& password) {
+    if (!authentication.LinuxAuthenticate(user, password, m_LogonErrorCode, m_szLogonError,
+                                          sizeof m_szLogonError - 1))
+        return false;
+    SetSpecifiedUser(user);
+    int userId;
+    if (!UnixGetUIDFromUserName(user.Get(), userId))
+        return true;
+    QVUserDatabase database;
+    std::vector<unsigned int> groups;
+    // The user's number takes the place of the group that is always listed, so the primary group counts only
+    // where the group database names the user as its member.
+    database.FindGroupsOfUser(user.Get(), static_cast<unsigned int>(userId), groups);
+    qvstring name;
+    for (const unsigned int group : groups)
+        if (database.FindGroupName(group, name))
+            m_Groups.insert(name);
+    return true;
+}
 
 bool CQVUserAccessToken::MatchesUserIdentity(const CQVUserIdentity& id) const {
     switch (id.GetType()) {

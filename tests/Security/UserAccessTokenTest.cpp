@@ -1,6 +1,9 @@
 #include "SecurityTesting.h"
+#include "support/PamStack.h"
 #include <QVLib/Security/ClientAccessContext.h>
+#include <QVLib/Security/SecuritySettings.h>
 #include <QVLib/Security/UserAccessToken.h>
+#include <QVPlatform/UserAuthentication.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -44,6 +47,50 @@ TEST(UserAccessTokenTest, MatchesByKindNameAndGroup) {
     EXPECT_FALSE(member.SetFromCurrentProcess());
     member.SetGuest();
     EXPECT_EQ(member.m_Groups.size(), 2U);
+}
+
+TEST(UserAccessTokenTest, LogsRealUsersOnWithAllTheirGroups) {
+    PamStack stack;
+    std::vector<std::string> groups{std::string(900, 'g')}; // an entry longer than any buffer to begin with
+    while (groups.size() < 300)
+        groups.push_back("group" + std::to_string(groups.size()));
+    stack.AddUser("alice", "secret", groups);
+    stack.AddUser("bob", "hidden", {"nightshift", "group7"});
+    stack.RunInside([&] {
+        const QVUserAuthentication authentication;
+        CQVUserAccessToken token;
+        EXPECT_FALSE(token.Logon(authentication, CQVSecureWString("alice"), CQVSecureWString("hidden")));
+        EXPECT_NE(token.m_LogonErrorCode, 0);
+        EXPECT_STREQ(token.m_szLogonError, "Authentication failure");
+        EXPECT_TRUE(token.m_UserIdentity.IsGuestIdentity());
+        EXPECT_STREQ(token.m_UserName.Get(), "");
+        EXPECT_TRUE(token.m_Groups.empty());
+
+        ASSERT_TRUE(token.Logon(authentication, CQVSecureWString("alice"), CQVSecureWString("secret")));
+        EXPECT_STREQ(token.m_UserName.Get(), "alice");
+        EXPECT_EQ(token.m_Groups, std::set<qvstring>(groups.begin(), groups.end()));
+        RightsText text("@group299: ZoneC=Write; *: World=Refresh; Guest: World=Full; alice: ZoneA=Force;"
+                        "@nightshift: World=Configure;");
+        CSecuritySettings settings;
+        settings.ParseText(text.m_Context);
+        CClientAccessContext client("192.0.2.7");
+        settings.GetAccessRightsForUser(&token, client);
+        EXPECT_EQ(Printed([&](CTextOutput& out) { client.PrintRights(out); }),
+                  "World=Refresh, ZoneA=Force, ZoneC=Write");
+
+        // The groups of the next user come on top.
+        ASSERT_TRUE(token.Logon(authentication, CQVSecureWString("bob"), CQVSecureWString("hidden")));
+        EXPECT_EQ(token.m_Groups.size(), 301U);
+        EXPECT_TRUE(token.MatchesUserIdentity(Parsed("@nightshift")));
+        EXPECT_FALSE(token.Logon(authentication, CQVSecureWString("nobody"), CQVSecureWString("hidden")));
+        EXPECT_STREQ(token.m_UserName.Get(), "bob");
+
+        int uid = -1;
+        EXPECT_FALSE(token.UnixGetUIDFromUserName("nobody", uid));
+        EXPECT_EQ(uid, -1);
+        EXPECT_TRUE(token.UnixGetUIDFromUserName("bob", uid));
+        EXPECT_EQ(uid, 20001);
+    });
 }
 
 std::string Describe(const CClientAccessContext& context) {

@@ -1,7 +1,17 @@
 // CQVUserAccessToken - a user who has logged on, and the question whether an identity means this user.
 //
+//     CQVUserAccessToken token;
+//     if (!token.Logon(authentication, user, password))
+//         return token.m_szLogonError;
+//     settings.GetAccessRightsForUser(&token, rights);
+//
 // A client that has not logged on is given the token of SetGuest().
 //
+// Waiting:   Logon() asks the system's authentication, which lets a caller with a wrong password wait for
+//            seconds, and the name service. Do not call it where others wait for the thread.
+// Secrets:   no copy of the password is made here; the user's name is wiped from memory with the token.
+// Groups:    logging on again adds the groups of the new user to those that are there. Use a new token for
+//            each user.
 // Threads:   one thread at a time.
 #pragma once
 
@@ -9,8 +19,17 @@
 #include <QVPlatform/SecureMemory.h>
 #include <set>
 
+class QVUserAuthentication;
+
 class CQVUserAccessToken {
 public:
+    // Checks the password; when it is right, the token is that user's, with the names of all groups that the
+    // system knows the user to be in. A user or a group without an entry in the system's databases has no
+    // groups, or no name; the logon succeeds all the same. False leaves the platform's code and text of what
+    // went wrong in the token and everything else as it was.
+    bool Logon(const QVUserAuthentication& authentication, const CQVSecureWString& user,
+               const CQVSecureWString& password);
+
     // By the kind of `id`: the guest, for a token that is the guest; authenticated users, for one that is
     // not; a user of the very name under which this one logged on; a group that this one is in.
     bool MatchesUserIdentity(const CQVUserIdentity& id) const;

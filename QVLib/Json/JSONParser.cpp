@@ -8,6 +8,7 @@
 #include "JSONNumber.h"
 #include <QVLib/Json/JSONParseContext.h>
 #include <QVLib/Json/JSONValue.h>
+#include <array>
 
 class JSONParser {
 public:
@@ -56,6 +57,14 @@ JSONValue* NewValue(Arguments&&... arguments) {
     value->AddRef();
     return value;
 }
+
+// The characters of a plain string: ASCII from the blank, but for what ends it or begins an escape.
+constexpr std::array<bool, 256> kPlainCharacters = [] {
+    std::array<bool, 256> plain{};
+    for (size_t character = ' '; character < 128; ++character)
+        plain[character] = character != '"' && character != '\\';
+    return plain;
+}();
 
 bool IsDigit(char character) {
     return character >= '0' && character <= '9';
@@ -236,9 +245,8 @@ JSONValue* JSONParser::Close() {
     if (bObject) {
         auto* const object = new JSONValueObject;
         object->AddRef();
-        const auto first = m_Members.begin() + static_cast<std::ptrdiff_t>(begin);
-        object->AdoptMembers({std::make_move_iterator(first), std::make_move_iterator(m_Members.end())});
-        m_Members.erase(first, m_Members.end());
+        object->AdoptMembers(m_Members.data() + begin, m_Members.size() - begin);
+        m_Members.erase(m_Members.begin() + static_cast<std::ptrdiff_t>(begin), m_Members.end());
         return object;
     }
     auto* const array = new JSONValueArray;
@@ -270,8 +278,7 @@ bool JSONParser::TakePlainString(qvstring& text) {
     CTextInput& input = *m_Context.GetTextInput();
     const std::string_view source = input.PeekText();
     size_t at = 1;
-    while (at < source.size() && static_cast<signed char>(source[at]) >= 0x20 && source[at] != '"' &&
-           source[at] != '\\')
+    while (at < source.size() && kPlainCharacters[static_cast<unsigned char>(source[at])])
         ++at;
     if (at == source.size() || source[at] != '"')
         return false;

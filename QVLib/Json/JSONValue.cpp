@@ -7,9 +7,9 @@
 #include <QVPlatform/TextOutput.h>
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <string_view>
 
 namespace {
@@ -96,18 +96,28 @@ void PutEscaped(const qvstring& text, JSONWriter& out) {
     out.Put('"');
 }
 
-// Sorts by name and keeps the order of equal names. Most objects are small, and for those moving each member to its
-// place costs less than the memory that a stable sort asks for.
-void SortMembers(std::vector<JSONValueObject::Member>& members) {
-    constexpr size_t small = 16;
-    const auto before = [](const auto& a, const auto& b) { return a.first < b.first; };
-    if (members.size() > small) {
-        std::stable_sort(members.begin(), members.end(), before);
+// Byte by byte; the first byte usually settles it.
+bool IsBefore(const qvstring& a, const qvstring& b) {
+    const unsigned char first = static_cast<unsigned char>(a.c_str()[0]);
+    const unsigned char second = static_cast<unsigned char>(b.c_str()[0]);
+    return first != second ? first < second : a < b;
+}
+
+// Sorts by name and keeps the order of equal names. For few members this costs less than the memory that a stable sort
+// asks for.
+constexpr size_t kFewMembers = 16;
+void SortByName(JSONValueObject::Member** members, size_t count) {
+    const auto before = [](const auto* a, const auto* b) { return IsBefore(a->first, b->first); };
+    if (count > kFewMembers) {
+        std::stable_sort(members, members + count, before);
         return;
     }
-    for (size_t i = 1; i < members.size(); ++i) {
-        for (size_t j = i; j > 0 && before(members[j], members[j - 1]); --j)
-            std::swap(members[j], members[j - 1]);
+    for (size_t i = 1; i < count; ++i) {
+        auto* const member = members[i];
+        size_t place = i;
+        for (; place > 0 && before(member, members[place - 1]); --place)
+            members[place] = members[place - 1];
+        members[place] = member;
     }
 }
 
@@ -205,10 +215,7 @@ JSONValue* JSONValueNumeric::DoMod(JSONValue* right, const ErrorLocation& where,
 }
 
 void JSONValueNumeric::FormatTo(JSONWriter& out) const {
-    // The same characters as "%g", in any locale.
-    char text[32];
-    const auto result = std::to_chars(text, text + sizeof text, m_Value, std::chars_format::general, 6);
-    out.Put(std::string_view(text, static_cast<size_t>(result.ptr - text)));
+    out.Put(m_Value);
 }
 
 bool JSONValueString::GetStringValue(char* buffer, unsigned int size) const {
@@ -315,22 +322,22 @@ bool JSONValueObject::QueryStringValue(const qvstring& key, char* buffer, unsign
 const JSONValueObject::Member* JSONValueObject::Find(const qvstring& key) const {
     const auto member = std::lower_bound(
         m_Members.begin(), m_Members.end(), key,
-        [](const Member& candidate, const qvstring& name) { return candidate.first < name; });
+        [](const Member& candidate, const qvstring& name) { return IsBefore(candidate.first, name); });
     return member != m_Members.end() && member->first == key ? &*member : nullptr;
 }
 
-void JSONValueObject::AdoptMembers(std::vector<Member>&& members) {
-    const auto sameName = [](const Member& a, const Member& b) { return a.first == b.first; };
-    m_Members = std::move(members);
-    SortMembers(m_Members);
-    auto kept = std::adjacent_find(m_Members.begin(), m_Members.end(), sameName);
-    if (kept == m_Members.end())
-        return;
-    for (auto member = kept + 1; member != m_Members.end(); ++member) {
-        if (sameName(*kept, *member))
-            std::exchange(kept->second, member->second)->Release();
+void JSONValueObject::AdoptMembers(Member* members, size_t count) {
+    Member* few[kFewMembers];
+    std::vector<Member*> many(count > kFewMembers ? count : 0);
+    Member** const sorted = many.empty() ? few : many.data();
+    std::iota(sorted, sorted + count, members);
+    SortByName(sorted, count);
+    m_Members.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        Member* const member = sorted[i];
+        if (!m_Members.empty() && m_Members.back().first == member->first)
+            std::exchange(m_Members.back().second, member->second)->Release();
         else
-            *++kept = std::move(*member);
+            m_Members.push_back(std::move(*member));
     }
-    m_Members.erase(kept + 1, m_Members.end());
 }

@@ -1,6 +1,7 @@
 // JSONWriter - gathers the small pieces of formatted JSON before a text output takes them.
 #pragma once
 
+#include "JSONNumber.h"
 #include <QVPlatform/TextOutput.h>
 #include <cstring>
 #include <string_view>
@@ -14,7 +15,11 @@ public:
 
     bool IsPretty() const { return m_bPretty; }
 
-    void Put(char character) { Put(std::string_view(&character, 1)); }
+    void Put(char character) {
+        if (m_Used == sizeof m_Buffer)
+            Flush();
+        m_Buffer[m_Used++] = character;
+    }
     // A piece is never torn, so a character of several bytes reaches the output whole.
     void Put(std::string_view text) {
         if (text.size() > sizeof m_Buffer - m_Used) {
@@ -26,6 +31,11 @@ public:
         }
         std::memcpy(m_Buffer + m_Used, text.data(), text.size());
         m_Used += text.size();
+    }
+    void Put(double number) {
+        if (sizeof m_Buffer - m_Used < QVNumberTextSize)
+            Flush();
+        m_Used += qv_number_to_text(number, m_Buffer + m_Used);
     }
     void EndLine() {
         Flush();
@@ -46,5 +56,5 @@ private:
     CTextOutput& m_Out;
     const bool m_bPretty;
     size_t m_Used = 0;
-    char m_Buffer[512];
+    char m_Buffer[2048];
 };

@@ -54,19 +54,6 @@ void CParseContext::ReplaceToken(CParseToken&& token) {
         m_ReplacedTokens.Push(std::move(token));
 }
 
-int CParseContext::PeekNextCharacter() const {
-    const std::string_view ahead = m_pTextInput->PeekText();
-    if (ahead.empty() || !m_ReplacedTokens.IsEmpty())
-        return -1;
-    const signed char next = static_cast<signed char>(ahead[0]);
-    return next > 0 && next != 10 && next != 13 ? next : -1;
-}
-
-int CParseContext::PeekNextCharacterSkipWS() {
-    SkipBlanks();
-    return PeekNextCharacter();
-}
-
 int CParseContext::AppendTokensUntil(CParseToken& token, int type1, int type2, CParseToken& stop) {
     for (;;) {
         if (m_ReplacedTokens.IsEmpty())

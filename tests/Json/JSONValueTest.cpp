@@ -5,6 +5,9 @@
 #include <QVPlatform/OutputLog.h>
 #include <QVPlatform/TextOutput.h>
 #include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -217,6 +220,33 @@ TEST(JSONParser, FormatIsAFixpointForRandomTexts) {
         const Parsed again = Parse(once);
         ASSERT_TRUE(again.value) << text << " -> " << once;
         ASSERT_EQ(Format(*again.value), once) << text;
+    }
+}
+
+// Short numbers have a way of their own; it must not show, above all not next to where six digits round.
+TEST(JSONValue, NumbersAreThoseOfTheCLibrary) {
+    std::mt19937_64 random(7);
+    const auto check = [](double value) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%g", value);
+        ASSERT_EQ(Format(JSONValueNumeric(value)), text);
+        std::snprintf(text, sizeof text, "%.*f", static_cast<int>(std::fabs(std::fmod(value * 7, 12))),
+                      value);
+        double read = -1;
+        const Parsed parsed = Parse(text);
+        ASSERT_TRUE(parsed.value && parsed.value->GetNumericValue(read)) << text;
+        ASSERT_EQ(read, std::strtod(text, nullptr)) << text;
+    };
+    for (const double value : {0.0, -0.0, 0.001, 0.00099999949, 0.0099999995, 999999.4, 999999.5, 1e6, 1e-4})
+        check(value);
+    for (int i = 0; i < 100'000; ++i) {
+        const double power = std::pow(10, static_cast<double>(random() % 14) - 5);
+        const double digits = static_cast<double>(random() % 20'000'000) / 2 - 5'000'000;
+        const double middle = digits / 1e6 * power;
+        for (const double near :
+             {middle, std::nextafter(middle, HUGE_VAL), std::nextafter(middle, -HUGE_VAL)})
+            check(near);
+        check(static_cast<double>(random() >> 11) * power * 0x1p-53);
     }
 }
 

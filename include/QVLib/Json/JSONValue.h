@@ -233,8 +233,9 @@ private:
     friend class JSONParser;
 
     const Member* Find(const qvstring& key) const;
-    // Takes over members in any order, and one reference to each; of equal names the last stays.
-    void AdoptMembers(std::vector<Member>&& members);
+    // For an object without members: takes over those given, in any order, and one reference to each; of equal
+    // names the last stays.
+    void AdoptMembers(Member* members, size_t count);
 
     std::vector<Member> m_Members; // sorted by name
 };

@@ -123,3 +123,19 @@ private:
     const TokenKeyword* m_pIdentifierTokens = nullptr;
     unsigned int m_nIdentifierTokens = 0;
 };
+
+inline int CParseContext::PeekNextCharacter() const {
+    const std::string_view ahead = m_pTextInput->PeekText();
+    if (ahead.empty() || !m_ReplacedTokens.IsEmpty())
+        return -1;
+    const signed char next = static_cast<signed char>(ahead[0]);
+    return next > 0 && next != 10 && next != 13 ? next : -1;
+}
+
+inline int CParseContext::PeekNextCharacterSkipWS() {
+    const int next = PeekNextCharacter();
+    if (next > ' ')
+        return next;
+    SkipBlanks();
+    return PeekNextCharacter();
+}

@@ -46,6 +46,18 @@ char ControlEscape(char letter) {
     }
 }
 
+// Most identifiers are told from the three words by their length.
+int TypeOfIdentifier(const CParseToken& token) {
+    const size_t length = token.Text().size();
+    if (length == 4 && token.EqualIdentifier("true"))
+        return JSONTokenTrue;
+    if (length == 5 && token.EqualIdentifier("false"))
+        return JSONTokenFalse;
+    if (length == 4 && token.EqualIdentifier("null"))
+        return JSONTokenNull;
+    return TokenIdentifier;
+}
+
 } // namespace
 
 int JSONParseContext::GetNextJSONToken(CParseToken& token) {
@@ -57,12 +69,7 @@ int JSONParseContext::GetNextJSONToken(CParseToken& token) {
         ExtendString(token);
         break;
     case TokenIdentifier:
-        if (token.EqualIdentifier("true"))
-            token.SetType(JSONTokenTrue);
-        else if (token.EqualIdentifier("false"))
-            token.SetType(JSONTokenFalse);
-        else if (token.EqualIdentifier("null"))
-            token.SetType(JSONTokenNull);
+        token.SetType(TypeOfIdentifier(token));
         break;
     default:
         break;
@@ -73,7 +80,10 @@ int JSONParseContext::GetNextJSONToken(CParseToken& token) {
 // `token` holds the integer digits.
 void JSONParseContext::ExtendNumber(CParseToken& token) {
     token.SetType(JSONTokenNumber);
-    CParseToken next;
+    const int ahead = PeekNextCharacter();
+    if (ahead >= 0 && ahead != '.' && ahead != 'e' && ahead != 'E')
+        return;
+    CParseToken& next = m_Piece;
     const auto appendDigits = [&] {
         for (; next.Type() == TokenNumeric; GetNextToken(next))
             token.Append(next);
@@ -102,7 +112,7 @@ void JSONParseContext::ExtendNumber(CParseToken& token) {
 // `token` holds the opening quote.
 void JSONParseContext::ExtendString(CParseToken& token) {
     token.SetType(JSONTokenString);
-    CParseToken next;
+    CParseToken& next = m_Piece;
     while (AppendTokensUntil(token, '"', '\\', next) == '\\') {
         token.Append(next);
         GetNextToken(next); // whatever follows a backslash belongs to the string, a quote too

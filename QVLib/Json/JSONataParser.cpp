@@ -1,8 +1,8 @@
 // From tokens to the tree of an expression.
 //
-// One token is always read ahead, in an object that the functions share: each leaves there the first token behind
-// what it has parsed. It lies in no frame of the functions that call themselves through each other, and whatever has
-// larger locals stays out of them (noinline), because a thousand levels must fit a small stack.
+// One token is always read ahead, in an object of the context's that the functions share: each leaves there the first
+// token behind what it has parsed. So it lies in no frame of the functions that call themselves through each other, and
+// whatever has larger locals stays out of them (noinline), because a thousand levels must fit a small stack.
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
 #include <QVLib/Resources/Messages.h>
@@ -14,6 +14,10 @@ constexpr JSONataExpr::FunctionMetadata kFunctions[] = {
     {"$exists", JSONataExpr::FunctionExists, 1},
     {"$not", JSONataExpr::FunctionNot, 1},
 };
+
+// Room to begin with, so that a list of usual length is not moved while it grows.
+constexpr size_t kUsualOperators = 4;
+constexpr size_t kUsualSteps = 4;
 
 bool IsLetter(int character) {
     return (character | 0x20) >= 'a' && (character | 0x20) <= 'z';
@@ -116,10 +120,9 @@ std::unique_ptr<JSONataExpr> JSONataExpr::MakeNested(unsigned int depth) {
 }
 
 bool JSONataExpr::ParseJSONataExpr(JSONParseContext& context) {
-    CParseToken token;
-    if (!Parse(context, token))
+    if (!Parse(context, context.m_Ahead))
         return false;
-    context.ReplaceToken(std::move(token));
+    context.ReplaceToken(std::move(context.m_Ahead));
     return true;
 }
 
@@ -140,6 +143,8 @@ bool JSONataExpr::Parse(JSONParseContext& context, CParseToken& token) {
     const int precedence = GetOperatorPrecedence(type);
     if (precedence == 0)
         return nullptr;
+    if (m_Operators.empty())
+        m_Operators.reserve(kUsualOperators);
     return &m_Operators.emplace_back(type, precedence, token.Location()).m_Operand;
 }
 
@@ -298,30 +303,33 @@ bool JSONataExpr::PrimaryFieldRef::ParseFieldRef(JSONParseContext& context, CPar
 // Reads a token and appends the step that begins with it; null when none does, or none may.
 [[gnu::noinline]] JSONataExpr::PostFixOp*
 JSONataExpr::PrimaryFieldRef::BeginStep(JSONParseContext& context, CParseToken& token, unsigned int depth) {
-    switch (context.GetNextJSONToken(token)) {
-    case '.':
-        return m_Steps.emplace_back(std::make_unique<PostFixOpStruct>(token.Location())).get();
-    case '[':
-        if (depth < JSONMaxDepth)
-            return m_Steps
-                .emplace_back(std::make_unique<PostFixOpArray>(token.Location(), MakeNested(depth + 1)))
-                .get();
+    const int type = context.GetNextJSONToken(token);
+    if (type != '.' && type != '[')
+        return nullptr;
+    if (type == '[' && depth >= JSONMaxDepth) {
         context.LogSyntaxError(token);
         return nullptr;
-    default:
-        return nullptr;
     }
+    if (m_Steps.empty())
+        m_Steps.reserve(kUsualSteps);
+    if (type == '.')
+        m_Steps.push_back(std::make_unique<PostFixOpStruct>(token.Location()));
+    else
+        m_Steps.push_back(std::make_unique<PostFixOpArray>(token.Location(), MakeNested(depth + 1)));
+    return m_Steps.back().get();
 }
 
 bool JSONataExpr::PostFixOpStruct::ParsePostFixOP(JSONParseContext& context) {
-    if (context.GetNextJSONToken(m_Token) == '`' && !ReadEscapedName(context, m_Token))
+    CParseToken& token = context.m_Ahead;
+    if (context.GetNextJSONToken(token) == '`' && !ReadEscapedName(context, token))
         return false;
-    if (m_Token.Type() != TokenIdentifier && m_Token.Type() != JSONataTokenEscapedName) {
-        context.LogUnexpectedTokenError(m_Token, "Struct member name");
+    if (token.Type() != TokenIdentifier && token.Type() != JSONataTokenEscapedName) {
+        context.LogUnexpectedTokenError(token, "Struct member name");
         return false;
     }
-    m_Location.End() = m_Token.Location().GetEnd();
-    m_FieldName = GetName(m_Token);
+    m_Location.End() = token.Location().GetEnd();
+    m_FieldName = GetName(token);
+    m_Token = std::move(token);
     return true;
 }
 
@@ -330,12 +338,13 @@ JSONataExpr::PostFixOpArray::PostFixOpArray(const CErrorLocationTextRange& locat
     : PostFixOp(location), m_pIndex(std::move(index)) {}
 
 bool JSONataExpr::PostFixOpArray::ParsePostFixOP(JSONParseContext& context) {
-    if (!m_pIndex->Parse(context, m_Token))
+    const CParseToken& token = context.m_Ahead;
+    if (!m_pIndex->Parse(context, context.m_Ahead))
         return false;
-    if (m_Token.Type() != ']') {
-        context.LogUnexpectedTokenError(m_Token, "]");
+    if (token.Type() != ']') {
+        context.LogUnexpectedTokenError(token, "]");
         return false;
     }
-    m_Location.End() = m_Token.Location().GetEnd();
+    m_Location.End() = token.Location().GetEnd();
     return true;
 }

@@ -33,7 +33,12 @@ public:
 
 private:
     friend class JSONParser;
+    friend class JSONataExpr;
 
     void ExtendNumber(CParseToken& token);
     void ExtendString(CParseToken& token);
+
+    // Tokens that are used again, because a new one costs a hold on the source's name and the memory of its text.
+    CParseToken m_Piece; // of a number or a string
+    CParseToken m_Ahead; // behind what an expression has parsed so far
 };

@@ -263,7 +263,6 @@ public:
 
 private:
     std::unique_ptr<JSONataExpr> m_pIndex;
-    CParseToken m_Token; // read ahead for the index; in the end the bracket that closes it
 };
 
 // Values and operators that wait for an operator that binds less. Whoever pushes an operator has applied those that

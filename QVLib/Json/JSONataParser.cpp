@@ -227,7 +227,7 @@ JSONataExpr::UnaryExpr::BeginPrimary(JSONParseContext& context, CParseToken& tok
     case TokenIdentifier:
     case '$':
     case JSONataTokenEscapedName:
-        Make<PrimaryFieldRef>(std::move(token));
+        Make<PrimaryFieldRef>(token);
         return Begun::FieldRef;
     default:
         context.LogTokenError(token, g_LibModule, QVMessage::ExpectedPrimary, token.Text().c_str());
@@ -288,8 +288,8 @@ JSONataExpr::PrimaryFunction::PrimaryFunction(const FunctionMetadata* function,
     m_Arguments[0] = std::move(argument);
 }
 
-JSONataExpr::PrimaryFieldRef::PrimaryFieldRef(CParseToken&& token)
-    : m_Token(std::move(token)), m_FieldName(GetName(m_Token)) {}
+JSONataExpr::PrimaryFieldRef::PrimaryFieldRef(const CParseToken& token)
+    : m_Token(token), m_FieldName(GetName(m_Token)) {}
 
 bool JSONataExpr::PrimaryFieldRef::ParseFieldRef(JSONParseContext& context, CParseToken& token,
                                                  unsigned int depth) {

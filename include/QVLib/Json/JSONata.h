@@ -196,7 +196,7 @@ private:
 // A field of the input, or "$", and the steps from there.
 class JSONataExpr::PrimaryFieldRef final : public Primary {
 public:
-    explicit PrimaryFieldRef(CParseToken&& token);
+    explicit PrimaryFieldRef(const CParseToken& token);
 
     void FormatPrimary(CTextOutput& out) const override;
     JSONValue* Evaluate(JSONValue* input, CErrorLog& log) const override;

@@ -1,4 +1,5 @@
 #include "../Parsing/ParsingTesting.h"
+#include "support/SmallStack.h"
 #include <QVLib/Json/JSONParseContext.h>
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Parsing/ErrorLog.h>
@@ -160,15 +161,23 @@ TEST(JSONParser, RefusesWithOneMessageAtThePlace) {
 
 TEST(JSONParser, LimitsDepth) {
     const auto nested = [](unsigned int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
-    EXPECT_TRUE(Parse(nested(JSONMaxDepth)).value);
-    EXPECT_EQ(Parse(nested(JSONMaxDepth + 1)).messages,
-              "n(1,1001-1002): error 106: Syntax error near '['.\n");
-
     std::string objects;
     for (int i = 0; i < 1'000'000; ++i)
         objects += "{\"a\":";
-    TextInputQVString input(objects, "n");
-    EXPECT_EQ(Parse(input).messages, "n(1,5001-5002): error 106: Syntax error near '{'.\n");
+    RunOnSmallStack([&] {
+        const std::string deepest = nested(JSONMaxDepth);
+        const Parsed parsed = Parse(deepest);
+        ASSERT_TRUE(parsed.value);
+        if (SmallFrames) {
+            EXPECT_EQ(Format(*parsed.value), deepest);
+            EXPECT_GT(Format(*parsed.value, true).size(), deepest.size());
+            EXPECT_FALSE(parsed.value->CastToBoolean());
+        }
+        EXPECT_EQ(Parse(nested(JSONMaxDepth + 1)).messages,
+                  "n(1,1001-1002): error 106: Syntax error near '['.\n");
+        TextInputQVString input(objects, "n");
+        EXPECT_EQ(Parse(input).messages, "n(1,5001-5002): error 106: Syntax error near '{'.\n");
+    });
 }
 
 TEST(JSONParser, GoesOnWithTokensThatWerePushedBack) {

@@ -49,13 +49,6 @@ struct Compiled {
     std::string m_Rest;
 };
 
-// AddressSanitizer's red zones are too much for a small stack, but for parsing and deleting.
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool SmallFrames = false;
-#else
-constexpr bool SmallFrames = true;
-#endif
-
 class JSONataTest : public testing::Test {
 protected:
     JSONataTest() {

@@ -5,3 +5,10 @@
 #include <functional>
 
 void RunOnSmallStack(std::function<void()> function);
+
+// AddressSanitizer's red zones may be too much for a deep recursion on that stack.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool SmallFrames = false;
+#else
+constexpr bool SmallFrames = true;
+#endif

@@ -1,23 +1,22 @@
 #include <QVLib/Formatting/DateTimeFormat.h>
 
+#include "DateTimeFields.h"
+
 #include <QVLib/BinaryStreams/BinaryInput.h>
 #include <QVLib/BinaryStreams/BinaryOutput.h>
-#include <QVLib/Resources/Messages.h>
-#include <QVPlatform/TextOutput.h>
 #include <QVPlatform/Unicode.h>
-#include <algorithm>
 #include <climits>
 #include <cstring>
-#include <iterator>
 #include <stdexcept>
 
 namespace {
 
-using Fields = CQVTimestamp::TimestampStruct;
+using namespace DateTimeFields;
 
-constexpr int MostPerItem = 4096; // characters; repeat counts may come from a client
-constexpr unsigned int LongestName = 64;
 constexpr int LastCodePoint = 0x10FFFF;
+// What goes into one text: each may still grow by one row of characters.
+constexpr int LongestRow = 16;
+constexpr unsigned int LongestText = 128;
 
 constexpr unsigned int ComponentYear = 1;
 constexpr unsigned int ComponentMonth = 2;
@@ -28,211 +27,56 @@ constexpr unsigned int ComponentHalfDay = 32;
 constexpr unsigned int ComponentMinute = 64;
 constexpr unsigned int ComponentSecond = 128;
 
-// The numbers of `count` messages in a row.
-template<unsigned int Count>
-struct MessageRow {
-    constexpr explicit MessageRow(unsigned int first) {
-        for (unsigned int i = 0; i < Count; i++)
-            m_Ids[i] = first + i;
-    }
-    unsigned int m_Ids[Count] = {};
+// The numbers below 100 that a text has places for.
+enum ValueIndex : unsigned char {
+    ValueCentury,
+    ValueYearOfCentury,
+    ValueMonth,
+    ValueDay,
+    ValueHour,
+    ValueMinute,
+    ValueSecond,
+    ValueHundredths,
+    ValueLastMilliseconds, // the last two digits of three
+    NumValues
 };
-constexpr MessageRow<12> ShortMonths(QVMessage::FirstShortMonth);
-constexpr MessageRow<12> LongMonths(QVMessage::FirstLongMonth);
-constexpr MessageRow<7> ShortDays(QVMessage::FirstShortDay);
-constexpr MessageRow<7> LongDays(QVMessage::FirstLongDay);
 
-struct TwoDigitTable {
-    constexpr TwoDigitTable() {
-        for (unsigned int i = 0; i < 100; i++) {
-            m_Digits[2 * i] = static_cast<char>('0' + i / 10);
-            m_Digits[2 * i + 1] = static_cast<char>('0' + i % 10);
-        }
-    }
-    char m_Digits[200] = {};
-};
-constexpr TwoDigitTable TwoDigits;
-
-// Text on its way to an output, which gets it in as few pieces as can be. Whoever writes flushes at the end.
-class BufferedText {
+class Values {
 public:
-    explicit BufferedText(CTextOutput& out) : m_Out(out) {}
-
-    void Flush() {
-        m_Out.WriteString(m_Text, m_Used);
-        m_Used = 0;
+    explicit Values(const Fields& fields) {
+        m_Values[ValueCentury] = Byte(static_cast<unsigned int>(fields.year) / 100);
+        m_Values[ValueYearOfCentury] = Byte(static_cast<unsigned int>(fields.year) % 100);
+        m_Values[ValueMonth] = Byte(fields.month);
+        m_Values[ValueDay] = Byte(fields.day);
+        m_Values[ValueHour] = Byte(fields.hour);
+        m_Values[ValueMinute] = Byte(fields.minute);
+        m_Values[ValueSecond] = Byte(fields.second);
+        m_Values[ValueHundredths] = Byte(fields.millisecond / 10);
+        m_Values[ValueLastMilliseconds] = Byte(fields.millisecond % 100);
     }
 
-    void WriteChar(char c) {
-        Reserve(1);
-        m_Text[m_Used++] = c;
+    // Whether all of them are below 100, as in every time of the first ten thousand years.
+    static bool Fit(const Fields& fields) {
+        return static_cast<unsigned int>(fields.year) < 10'000 && fields.millisecond < 1000 &&
+               (fields.month | fields.day | fields.hour | fields.minute | fields.second) < 64;
     }
 
-    void WriteText(const char* text, unsigned int length) {
-        Reserve(length);
-        std::memcpy(m_Text + m_Used, text, length);
-        m_Used += length;
-    }
-
-    void WriteCodePoints(int count, int codePoint) {
-        count = std::min(count, MostPerItem);
-        char bytes[4];
-        const unsigned int length = qv_qvchar_from_codepoint(codePoint, bytes);
-        for (int i = 0; i < count; i++)
-            WriteText(bytes, length);
-    }
-
-    void WriteTwoDigits(unsigned int number) {
-        if (number > 99) {
-            WriteNumber(number, 2);
-            return;
-        }
-        Reserve(2);
-        std::memcpy(m_Text + m_Used, TwoDigits.m_Digits + 2 * number, 2);
-        m_Used += 2;
-    }
-
-    // With zeros in front up to `width` characters.
-    void WriteNumber(unsigned int number, int width) {
-        if (width == 2 && number < 100) {
-            WriteTwoDigits(number);
-            return;
-        }
-        char digits[10];
-        char* const end = digits + sizeof digits;
-        char* start = end;
-        do {
-            *--start = static_cast<char>('0' + number % 10);
-            number /= 10;
-        } while (number != 0);
-        const auto length = static_cast<int>(end - start);
-        for (int i = std::min(width, MostPerItem); i > length; i--)
-            WriteChar('0');
-        WriteText(start, static_cast<unsigned int>(length));
+    void Print(unsigned int index, char* to) const {
+        std::memcpy(to, TwoDigits.m_Digits + 2 * m_Values[index], 2);
     }
 
 private:
-    // For pieces that are never longer than the buffer.
-    void Reserve(unsigned int length) {
-        if (length > sizeof m_Text - m_Used)
-            Flush();
-    }
+    static unsigned char Byte(unsigned int value) { return static_cast<unsigned char>(value); }
 
-    CTextOutput& m_Out;
-    unsigned int m_Used = 0;
-    char m_Text[256];
+    unsigned char m_Values[NumValues];
 };
 
-unsigned int Magnitude(int number) {
-    return number < 0 ? 0u - static_cast<unsigned int>(number) : static_cast<unsigned int>(number);
-}
-
-void WriteMessage(const CQVLocale& locale, unsigned int id, BufferedText& text) {
-    char name[LongestName];
-    g_LibModule.LoadResourceString(locale, id, name, sizeof name);
-    text.WriteText(name, static_cast<unsigned int>(std::strlen(name)));
-}
-
-void WriteMessageOf(const CQVLocale& locale, int index, const unsigned int* ids, int count,
-                    BufferedText& text) {
-    if (index >= 0 && index < count)
-        WriteMessage(locale, ids[index], text);
+void WriteItem(const CQVLocale& locale, const Fields& fields, int offsetMinutes,
+               const DateTimeFormat::FormatChar& item, BufferedText& text) {
+    if (item.m_bLiteral)
+        text.WriteCodePoints(item.m_nRepeat, item.m_CodePoint);
     else
-        text.WriteChar('?');
-}
-
-template<unsigned int Count>
-void WriteNameOf(const CQVLocale& locale, unsigned int index, const MessageRow<Count>& names,
-                 BufferedText& text) {
-    WriteMessageOf(locale, static_cast<int>(index), names.m_Ids, static_cast<int>(Count), text);
-}
-
-void WriteYear(int year, int repeat, BufferedText& text) {
-    if (repeat <= 3) {
-        text.WriteTwoDigits(Magnitude(year) % 100);
-        return;
-    }
-    if (year < 0)
-        text.WriteChar('-');
-    text.WriteNumber(Magnitude(year), year < 0 ? 3 : 4); // the sign is one of the four
-}
-
-void WriteMonth(const CQVLocale& locale, unsigned int month, int repeat, BufferedText& text) {
-    if (repeat <= 2)
-        text.WriteNumber(month, repeat);
-    else if (repeat == 3)
-        WriteNameOf(locale, month - 1, ShortMonths, text);
-    else
-        WriteNameOf(locale, month - 1, LongMonths, text);
-}
-
-void WriteDayOfWeek(const CQVLocale& locale, unsigned int dayOfWeek, int repeat, BufferedText& text) {
-    if (repeat <= 3)
-        WriteNameOf(locale, dayOfWeek, ShortDays, text);
-    else
-        WriteNameOf(locale, dayOfWeek, LongDays, text);
-}
-
-void WriteFraction(unsigned int millisecond, int repeat, BufferedText& text) {
-    if (repeat <= 1)
-        text.WriteNumber(millisecond / 100, 1);
-    else if (repeat == 2)
-        text.WriteTwoDigits(millisecond / 10);
-    else
-        text.WriteNumber(millisecond, 3);
-}
-
-// The sign is the offset's own, also where the hours are 0.
-void WriteOffset(int minutes, bool bMinutes, bool bColon, BufferedText& text) {
-    const unsigned int magnitude = Magnitude(minutes);
-    text.WriteChar(minutes < 0 ? '-' : '+');
-    text.WriteTwoDigits(magnitude / 60);
-    if (bColon)
-        text.WriteChar(':');
-    if (bMinutes)
-        text.WriteTwoDigits(magnitude % 60);
-}
-
-void WriteField(const CQVLocale& locale, const Fields& fields, int offsetMinutes, int letter, int repeat,
-                BufferedText& text) {
-    switch (letter) {
-    case 'y':
-        return WriteYear(fields.year, repeat, text);
-    case 'M':
-        return WriteMonth(locale, fields.month, repeat, text);
-    case 'd':
-        return text.WriteNumber(fields.day, repeat);
-    case 'D':
-        return text.WriteNumber(fields.dayOfYear + 1, repeat);
-    case 'E':
-        return WriteDayOfWeek(locale, fields.dayOfWeek, repeat, text);
-    case 'u':
-        return text.WriteNumber(fields.dayOfWeek == 0 ? 7 : fields.dayOfWeek, repeat);
-    case 'a':
-        return WriteMessage(locale, fields.hour < 12 ? QVMessage::BeforeNoon : QVMessage::AfterNoon, text);
-    case 'H':
-        return text.WriteNumber(fields.hour, repeat);
-    case 'k':
-        return text.WriteNumber(fields.hour == 0 ? 24 : fields.hour, repeat);
-    case 'K':
-        return text.WriteNumber(fields.hour % 12, repeat);
-    case 'h':
-        return text.WriteNumber(fields.hour % 12 == 0 ? 12 : fields.hour % 12, repeat);
-    case 'm':
-        return text.WriteNumber(fields.minute, repeat);
-    case 's':
-        return text.WriteNumber(fields.second, repeat);
-    case 'S':
-        return WriteFraction(fields.millisecond, repeat, text);
-    case 'X':
-        if (offsetMinutes == 0)
-            return text.WriteChar('Z');
-        return WriteOffset(offsetMinutes, repeat >= 2, repeat >= 3, text);
-    case 'Z':
-        return WriteOffset(offsetMinutes, true, false, text);
-    default:
-        return text.WriteCodePoints(repeat, letter);
-    }
+        WriteField(locale, fields, offsetMinutes, item.m_CodePoint, item.m_nRepeat, text);
 }
 
 unsigned int ComponentOf(int letter) {
@@ -284,6 +128,7 @@ void DateTimeFormat::ParseDateTimeFormat(const char* text, unsigned int length) 
             bQuoted = !bQuoted;
         }
     }
+    MakeSteps();
 }
 
 void DateTimeFormat::ParseDateTimeFormat(const qvstring& text) {
@@ -296,8 +141,8 @@ void DateTimeFormat::SetFromDateAndTimeFormat(const DateTimeFormat& date, const 
     both.m_Format += time.m_Format;
     both.m_FormatChars.push_back({false, ' ', 1});
     both.m_FormatChars.insert(both.m_FormatChars.end(), time.m_FormatChars.begin(), time.m_FormatChars.end());
-    m_Format.swap(both.m_Format);
-    m_FormatChars.swap(both.m_FormatChars);
+    both.MakeSteps();
+    *this = both;
 }
 
 void DateTimeFormat::FormatDateTime(const CQVLocale& locale, const CQVTimeZone* zone,
@@ -317,11 +162,23 @@ void DateTimeFormat::FormatDateTime(const CQVLocale& locale, const CQVTimeZone* 
 void DateTimeFormat::FormatDateTime(const CQVLocale& locale, const CQVTimeZone*, const Fields& fields,
                                     int offsetMinutes, CTextOutput& out) const {
     BufferedText text(out);
-    for (const FormatChar& item : m_FormatChars) {
-        if (item.m_bLiteral)
-            text.WriteCodePoints(item.m_nRepeat, item.m_CodePoint);
-        else
-            WriteField(locale, fields, offsetMinutes, item.m_CodePoint, item.m_nRepeat, text);
+    if (!Values::Fit(fields)) {
+        for (const FormatChar& item : m_FormatChars)
+            WriteItem(locale, fields, offsetMinutes, item, text);
+        text.Flush();
+        return;
+    }
+    const Values values(fields);
+    const char* from = m_Texts.data();
+    const Place* place = m_Places.data();
+    for (const Step& step : m_Steps) {
+        char* const to = text.Append(step.m_Length);
+        std::memcpy(to, from, step.m_Length);
+        from += step.m_Length;
+        for (const Place* const end = place + step.m_NumPlaces; place != end; place++)
+            values.Print(place->m_Value, to + place->m_Offset);
+        if (step.m_Item.m_nRepeat != 0)
+            WriteItem(locale, fields, offsetMinutes, step.m_Item, text);
     }
     text.Flush();
 }
@@ -373,6 +230,7 @@ void DateTimeFormat::LoadDateTimeFormat(CBinaryInput& input) {
         items.push_back(item);
     }
     m_FormatChars.swap(items);
+    MakeSteps();
 }
 
 void DateTimeFormat::PrintDateTimeField(const CQVLocale& locale, const CQVTimeZone*, const Fields& fields,
@@ -405,4 +263,73 @@ void DateTimeFormat::AddFormatChar(bool bLiteral, int codePoint) {
         }
     }
     m_FormatChars.push_back({bLiteral, codePoint, 1});
+}
+
+void DateTimeFormat::MakeSteps() {
+    m_Steps.clear();
+    m_Places.clear();
+    m_Texts.clear();
+    Step step;
+    for (const FormatChar& item : m_FormatChars)
+        if (!AddToText(item, step))
+            EndStep(item, step);
+    EndStep({false, 0, 0}, step);
+}
+
+// False for an item that has no fixed width or is too long.
+bool DateTimeFormat::AddToText(const FormatChar& item, Step& step) {
+    const bool bTwo = item.m_nRepeat == 2;
+    const int letter = item.m_bLiteral ? 0 : item.m_CodePoint;
+    switch (letter) {
+    case 'y':
+        return item.m_nRepeat <= 3 ? AddPlaces({ValueYearOfCentury}, 2, step)
+                                   : AddPlaces({ValueCentury, ValueYearOfCentury}, 4, step);
+    case 'M':
+        return bTwo && AddPlaces({ValueMonth}, 2, step);
+    case 'd':
+        return bTwo && AddPlaces({ValueDay}, 2, step);
+    case 'H':
+        return bTwo && AddPlaces({ValueHour}, 2, step);
+    case 'm':
+        return bTwo && AddPlaces({ValueMinute}, 2, step);
+    case 's':
+        return bTwo && AddPlaces({ValueSecond}, 2, step);
+    case 'S':
+        return bTwo ? AddPlaces({ValueHundredths}, 2, step)
+                    : item.m_nRepeat > 2 && AddPlaces({ValueHundredths, ValueLastMilliseconds}, 3, step);
+    }
+    if (item.m_CodePoint == '\n' || item.m_nRepeat > LongestRow || (!item.m_bLiteral && IsField(letter)))
+        return false;
+    for (int i = 0; i < item.m_nRepeat; i++) {
+        const size_t length = m_Texts.size();
+        qv_append_codepoint_to_qvstring(item.m_CodePoint, m_Texts);
+        step.m_Length += static_cast<unsigned int>(m_Texts.size() - length);
+    }
+    return EndLongStep(step);
+}
+
+// Room for digits: two for each value, the last two at the end (three digits are two values that overlap).
+bool DateTimeFormat::AddPlaces(std::initializer_list<unsigned char> values, unsigned int digits, Step& step) {
+    unsigned int offset = step.m_Length;
+    m_Texts.append(digits, '0');
+    step.m_Length += digits;
+    for (const unsigned char value : values) {
+        m_Places.push_back({static_cast<unsigned char>(offset), value});
+        step.m_NumPlaces++;
+        offset = step.m_Length - 2;
+    }
+    return EndLongStep(step);
+}
+
+// Always true.
+bool DateTimeFormat::EndLongStep(Step& step) {
+    if (step.m_Length > LongestText)
+        EndStep({false, 0, 0}, step);
+    return true;
+}
+
+void DateTimeFormat::EndStep(const FormatChar& item, Step& step) {
+    step.m_Item = item;
+    m_Steps.push_back(step);
+    step = Step();
 }

@@ -122,6 +122,14 @@ void CTextOutput::WriteString(const char* text, unsigned int length) {
     }
 }
 
+void CTextOutput::WritePlainText(const char* text, unsigned int length) {
+    if (length == 0)
+        return;
+    StartLine();
+    if (!PassRun(text, length))
+        WriteString(text, length);
+}
+
 void CTextOutput::WriteCodePoints(unsigned int count, int codePoint) {
     if (codePoint < 0 || codePoint >= 0x80) {
         for (unsigned int i = 0; i < count; ++i)

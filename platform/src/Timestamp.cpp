@@ -180,18 +180,20 @@ void CQVTimestamp::GetTimestampStruct(TimestampStruct& fields) const {
     long long days;
     const long long timeOfDay = SplitDays(m_Value, days);
     const unsigned int shifted = static_cast<unsigned int>(days + DaysBefore);
-    const unsigned int dayOfEra = shifted % DaysPerEra;
-    // Takes the leap days off before dividing by 365: one every 4 years but not every 100, yet every 400.
-    const unsigned int yearOfEra =
-        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36'524 - dayOfEra / 146'096) / 365;
-    const unsigned int marchDay = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned int marchMonth = (5 * marchDay + 2) / 153;
-    const bool newYear = marchMonth >= 10; // January and February
-    const unsigned int marchYear = shifted / DaysPerEra * 400 + yearOfEra;
+    // Quotients and remainders by Euclidean affine functions (Neri and Schneider 2023): first in quarters of a
+    // day, a century having 36,524.25 and a year 365.25 of them, the latter as a product with 2^32 / 1461.
+    const unsigned int quartersOfAll = 4 * shifted + 3;
+    const unsigned int quartersOfCentury = quartersOfAll % DaysPerEra | 3;
+    const unsigned long long years = 2'939'745ull * quartersOfCentury;
+    const unsigned int marchYear = quartersOfAll / DaysPerEra * 100 + static_cast<unsigned int>(years >> 32);
+    const unsigned int marchDay = static_cast<unsigned int>(years) / 2'939'745 / 4;
+    const bool newYear = marchDay >= 306; // January and February
+    // Months from 3 = March on, in 2^16ths: 2141 of them are a day.
+    const unsigned int months = 2141 * marchDay + 197'913;
 
     fields.year = static_cast<int>(marchYear + newYear) - YearsBefore;
-    fields.month = newYear ? marchMonth - 9 : marchMonth + 3;
-    fields.day = marchDay - (153 * marchMonth + 2) / 5 + 1;
+    fields.month = newYear ? (months >> 16) - 12 : months >> 16;
+    fields.day = (months & 0xFFFF) / 2141 + 1;
     fields.dayOfYear = newYear ? marchDay - 306 : marchDay + 59 + IsLeapYear(fields.year);
     fields.dayOfWeek = (shifted + 3) % 7; // the first of the shifted days was a Wednesday
 

@@ -124,6 +124,11 @@ TEST(DateTimeFormat, Patterns) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(Format(c.pattern, Time(c.time)), c.text) << c.pattern << ' ' << c.time;
+    std::string text;
+    for (int i = 0; i < 200; i++)
+        text += "ab\xE2\x82\xAC";
+    EXPECT_EQ(Format("'" + text + "'yyyyMM'" + text + "'SSSS", Time("2007-01-01")),
+              text + "200701" + text + "000");
     EXPECT_EQ(Format("EEE d MMM", Time("2024-03-05"), German), "Di 5 M\xC3\xA4r");
     EXPECT_EQ(Format("EEEE MMMM a", Time("2024-03-05"), German), "Dienstag Marz AM");
     EXPECT_EQ(Format("yyyy D EEE", CQVTimestamp(LLONG_MIN)), "-27627 109 Thu");

@@ -49,8 +49,10 @@ TEST(TextOutput, IndentsLinesThatHaveCharacters) {
     EXPECT_STREQ(output.GetCStr(), "{\n    one\n\n    two\n  three\xE2\x82\xAC\xE2\x82\xAC\nfQ==");
     output.AdjustIndent(1);
     output.Clear();
-    output.PrintChar('x');
-    EXPECT_EQ(output.GetString(), "  x");
+    output.WritePlainText("", 0);
+    output.PrintLine();
+    output.WritePlainText("x\xE2\x82\xAC", 4);
+    EXPECT_EQ(output.GetString(), "\n  x\xE2\x82\xAC");
 }
 
 TEST(TextOutput, PrintsTextOfAnyLengthAndReplacesOnlyMalformedBytes) {

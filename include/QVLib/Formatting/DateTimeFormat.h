@@ -29,6 +29,7 @@
 #include <QVPlatform/String.h>
 #include <QVPlatform/TimeZone.h>
 #include <QVPlatform/Timestamp.h>
+#include <initializer_list>
 #include <vector>
 
 class CBinaryInput;
@@ -98,8 +99,29 @@ public:
     void PrintResourceValue(const CQVLocale& locale, unsigned int id, CTextOutput& out) const;
 
 private:
+    // Two digits to be put into a text.
+    struct Place {
+        unsigned char m_Offset; // from the start of the step's text
+        unsigned char m_Value;  // which value
+    };
+    // A text with places for digits, and the item that follows it.
+    struct Step {
+        unsigned int m_Length = 0; // of the text, at most 255
+        unsigned int m_NumPlaces = 0;
+        FormatChar m_Item; // repeated 0 times: none
+    };
+
     void AddFormatChar(bool bLiteral, int codePoint);
+    void MakeSteps();
+    bool AddToText(const FormatChar& item, Step& step);
+    bool AddPlaces(std::initializer_list<unsigned char> values, unsigned int digits, Step& step);
+    bool EndLongStep(Step& step);
+    void EndStep(const FormatChar& item, Step& step);
 
     qvstring m_Format;
     std::vector<FormatChar> m_FormatChars;
+    // The same once more, as it is written fastest: what has a fixed width is part of a text.
+    std::vector<Step> m_Steps;
+    std::vector<Place> m_Places; // of all steps
+    qvstring m_Texts;            // of all steps
 };

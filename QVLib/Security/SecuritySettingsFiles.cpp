@@ -1,6 +1,5 @@
 // The files of the user rights, and which of them counts at start-up.
 #include <QVLib/BinaryStreams/BinaryFile.h>
-#include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
 #include <QVLib/Security/SecuritySettings.h>
 #include <QVLib/Security/SecuritySettingsParseContext.h>
 #include <QVLib/TextStreams/TextInputEncoded.h>
@@ -48,24 +47,6 @@ void WarnOfUnreadableEntries(const CSecuritySettings& settings, COutputLog* log)
                 "... the entry of '" + user->GetUserID().GetName() + "' will not be read back as it is";
             log->AppendMessage(COutputLog::Warning, 0, text.data(), static_cast<unsigned int>(text.size()));
         }
-}
-
-// Writes a whole new file, as `write` does it, and puts it in the place of the old one. A binary file goes the same
-// way as the text: nobody may find half of it, and its mode is kept.
-template<class Write>
-bool ReplaceFile(const CQVFilePath& path, COutputLog* log, Write write) {
-    log->Print("Saving file '%s'...", path.GetPathCStr());
-    CTextOutputFile out;
-    if (!out.OpenTextFileForReplace(path)) {
-        log->Print("Error opening file");
-        LogOpeningError(out, log);
-        return false;
-    }
-    write(out);
-    if (out.CloseTextFile())
-        return true;
-    LogError(out, log);
-    return false;
 }
 
 } // namespace
@@ -127,10 +108,20 @@ bool CSecuritySettings::ParseTextFile(const CQVFilePath& path, COutputLog* log) 
 }
 
 bool CSecuritySettings::SaveTextFile(const CQVFilePath& path, COutputLog* log) const {
-    return ReplaceFile(path, log, [&](CTextOutputFile& out) {
-        SaveAsText(out);
-        WarnOfUnreadableEntries(*this, log);
-    });
+    log->Print("Saving file '%s'...", path.GetPathCStr());
+    CTextOutputFile out;
+    if (!out.OpenTextFileForReplace(path)) {
+        log->Print("Error opening file");
+        LogOpeningError(out, log);
+        return false;
+    }
+    SaveAsText(out);
+    WarnOfUnreadableEntries(*this, log);
+    if (!out.CloseTextFile()) {
+        LogError(out, log);
+        return false;
+    }
+    return true;
 }
 
 bool CSecuritySettings::LoadBinaryFile(const CQVFilePath& path, bool& changed, COutputLog* log) {
@@ -152,12 +143,18 @@ bool CSecuritySettings::LoadBinaryFile(const CQVFilePath& path, bool& changed, C
 }
 
 bool CSecuritySettings::SaveBinaryFile(const CQVFilePath& path, COutputLog* log) const {
-    BinaryOutputBuffer bytes(BinaryStringLengthUTF8Character);
-    SaveBinary(bytes);
-    return ReplaceFile(path, log, [&](CTextOutputFile& out) {
-        const unsigned char* data;
-        unsigned int length;
-        for (bytes.BeginRead(); bytes.ReadNoCopy(data, length); bytes.ReadAdvance(length))
-            out.WriteBytes(data, length);
-    });
+    log->Print("Saving file '%s'...", path.GetPathCStr());
+    CBinaryOutputFile out(BinaryStringLengthUTF8Character);
+    if (!out.OpenTransacted(path)) {
+        log->Print("Error opening file");
+        LogOpeningError(out, log);
+        return false;
+    }
+    SaveBinary(out);
+    COutputLogNull steps;
+    if (!out.CloseAndCommitTransactedFile(&steps)) {
+        LogError(out, log);
+        return false;
+    }
+    return true;
 }

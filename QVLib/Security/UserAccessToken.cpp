@@ -16,7 +16,8 @@ bool CQVUserAccessToken::Logon(const QVUserAuthentication& authentication, const
     std::vector<unsigned int> groups;
     // The user's number takes the place of the group that is always listed, so the primary group counts only
     // where the group database names the user as its member.
-    database.FindGroupsOfUser(user.Get(), static_cast<unsigned int>(userId), groups);
+    if (!database.FindGroupsOfUser(user.Get(), static_cast<unsigned int>(userId), groups))
+        return true;
     qvstring name;
     for (const unsigned int group : groups)
         if (database.FindGroupName(group, name))

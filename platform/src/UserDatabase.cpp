@@ -38,8 +38,10 @@ bool QVUserDatabase::FindGroupsOfUser(const char* name, unsigned int groupId,
     groups.resize(1);
     // Room for one tells how many there are. Somebody may join a group meanwhile, so the answer is asked again.
     while (::getgrouplist(name, groupId, groups.data(), &count) < 0) {
-        if (count <= room) // failed for another reason than want of room
+        if (count <= room) { // failed for another reason than want of room
+            groups.clear();  // whoever overlooks the answer must not find root's group
             return false;
+        }
         room = count;
         groups.resize(static_cast<size_t>(room));
     }

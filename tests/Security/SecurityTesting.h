@@ -52,4 +52,5 @@ public:
         : BinaryInputFromReadOnlyData(BinaryStringLengthUTF8Character,
                                       reinterpret_cast<const unsigned char*>(bytes.data()),
                                       static_cast<unsigned int>(bytes.size())) {}
+    explicit BytesInput(std::string&&) = delete;
 };

@@ -25,7 +25,8 @@ TEST(UserAccessTokenTest, MatchesByKindNameAndGroup) {
     member.m_Groups = {"Guest", "ops"};
     CQVUserAccessToken star; // logged on under a name that is no identity's
     star.SetSpecifiedUser(CQVSecureWString("*bob"));
-    BytesInput strange("\7\3bob");
+    const std::string bytes = "\7\3bob";
+    BytesInput strange(bytes);
     CQVUserIdentity strangeId;
     strangeId.LoadUserIdentity(strange);
     const struct {

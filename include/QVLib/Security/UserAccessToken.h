@@ -10,8 +10,10 @@
 // Waiting:   Logon() asks the system's authentication, which lets a caller with a wrong password wait for
 //            seconds, and the name service. Do not call it where others wait for the thread.
 // Secrets:   no copy of the password is made here; the user's name is wiped from memory with the token.
-// Groups:    logging on again adds the groups of the new user to those that are there. Use a new token for
-//            each user.
+// Groups:    those whose list of members has the user, and the group whose number is the user's own, which is what
+//            systems make that give each user a group. The primary group of the password database counts only if
+//            it is one of these. Logging on again adds the groups of the new user to those that are there: use a
+//            new token for each user.
 // Threads:   one thread at a time.
 #pragma once
 

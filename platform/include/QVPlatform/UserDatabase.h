@@ -24,7 +24,7 @@ public:
     bool FindNameOfCurrentUser(qvstring& name);
     bool FindUserId(const char* name, int& userId);
     // The numbers of all groups that have the user as a member, `groupId` always among them, in the name
-    // service's order.
+    // service's order. False leaves `groups` empty.
     bool FindGroupsOfUser(const char* name, unsigned int groupId, std::vector<unsigned int>& groups);
     bool FindGroupName(unsigned int groupId, qvstring& name);
 

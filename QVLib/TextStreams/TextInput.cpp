@@ -331,11 +331,12 @@ long long CTextInput::ReadWithLocationByGrammar(CQVTextLocation& location) {
         GetLocation(location);
     else
         location = m_PushBack.Top().m_Location;
-    return ReadByGrammar();
+    return ReadByGrammar(&location);
 }
 
-// The whole rule, one step after the other.
-long long CTextInput::ReadByGrammar() {
+// The whole rule, one step after the other. `location`, where given, is where the code point starts if nothing is left out
+// before it.
+long long CTextInput::ReadByGrammar(CQVTextLocation* location) {
     if (!m_PushBack.IsEmpty()) {
         const int codePoint = m_PushBack.Top().m_CodePoint;
         m_PushBack.Pop();
@@ -346,9 +347,14 @@ long long CTextInput::ReadByGrammar() {
     int raw;
     if (!ReadRaw(raw))
         return NothingRead;
-    // The line feed of a CR LF; its newline was delivered with the carriage return.
-    if (raw == 10 && m_PreviousCodePoint == 13 && !ReadRaw(raw))
-        return NothingRead;
+    // The line feed of a CR LF; its newline was delivered with the carriage return. Most inputs do not move the location
+    // over it, but one whose line feed is written as an escape has moved it.
+    if (raw == 10 && m_PreviousCodePoint == 13) {
+        if (location)
+            GetLocation(*location);
+        if (!ReadRaw(raw))
+            return NothingRead;
+    }
     m_PreviousCodePoint = raw;
     const int codePoint = IsForeignNewline(raw) ? 10 : raw;
     if (m_pWindow)

@@ -168,7 +168,7 @@ private:
     void GetLocation(CQVTextLocation& location) const;
     long long ReadBehindFastPath();
     long long ReadWithLocationBehindFastPath(CQVTextLocation& location);
-    long long ReadByGrammar();
+    long long ReadByGrammar(CQVTextLocation* location = nullptr);
     long long ReadWithLocationByGrammar(CQVTextLocation& location);
     // Steps of the operations above, inlined into them and defined in their source only.
     inline long long ReadFromWindow();

@@ -1,0 +1,191 @@
+#include "ParsingTesting.h"
+#include <QVLib/Parsing/ParseContext.h>
+#include <QVLib/Parsing/TextInputFromParseTokens.h>
+#include <QVLib/Parsing/TextInputFromStringToken.h>
+#include <QVLib/Parsing/TextReportParseContext.h>
+#include <gtest/gtest.h>
+#include <list>
+
+namespace {
+
+// "a@1:2 " for each code point.
+std::string PrintRest(CTextInput& input) {
+    std::string printed;
+    int codePoint;
+    for (CQVTextLocation place; input.ReadCodePointWithLocation(codePoint, place);) {
+        qv_append_codepoint_to_qvstring(codePoint == 10 ? '~' : codePoint, printed);
+        printed += "@" + std::to_string(place.GetLine()) + ":" + std::to_string(place.GetColumn()) + " ";
+    }
+    return printed;
+}
+
+std::list<CParseToken> Tokens(const std::string& text) {
+    TextInputQVString input(text, "n");
+    COutputLogNull log;
+    CParseContext context(&input, &log);
+    std::list<CParseToken> tokens;
+    do
+        context.GetNextToken(tokens.emplace_back());
+    while (tokens.back().Type() != TokenEndOfFile);
+    tokens.pop_back();
+    return tokens;
+}
+
+TEST(TextInputFromParseTokens, ReadsPiecesWhereTheyStand) {
+    const std::list<CParseToken> tokens = Tokens("ab \xC3\xA4yz\n  12");
+    TextInputFromParseTokens input;
+    EXPECT_EQ(input.Tell(), -1);
+    int codePoint = 7;
+    EXPECT_FALSE(input.ReadNextCodePoint(codePoint));
+    EXPECT_EQ(codePoint, 0);
+    for (const CParseToken& token : tokens) {
+        if (token.Type() != TokenWhitespace)
+            input.AddToken(token);
+    }
+    EXPECT_EQ(PrintRest(input), "a@1:1 b@1:2 \xC3\xA4@1:4 y@1:5 z@1:6 ~@1:7 1@2:3 2@2:4 ");
+    EXPECT_EQ(input.Tell(), -1);
+
+    const CParseToken& word = *std::next(tokens.begin(), 2);
+    TextInputFromParseTokens parts;
+    parts.AddToken(word, 2, 1);
+    parts.AddToken(word, 0, 0);
+    parts.AddToken(word, 9, 1);
+    parts.AddToken(word, 3, 4'000'000'000);
+    EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 ");
+    parts.AddToken(tokens.front());
+    EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 a@1:1 b@1:2 ") << "reading begins again";
+}
+
+TEST(TextInputFromParseTokens, GoesBackAnywhere) {
+    const std::list<CParseToken> tokens = Tokens("a \xC3\xB6 + 123");
+    TextInputFromParseTokens input;
+    for (const CParseToken& token : tokens)
+        input.AddToken(token);
+    std::vector<CTextInput::Position> positions(1);
+    std::vector<std::string> rests;
+    for (int codePoint; input.SavePosition(positions.back()), input.ReadCodePoint(codePoint);)
+        positions.emplace_back();
+    for (const CTextInput::Position& position : positions) {
+        input.RestorePosition(position);
+        rests.push_back(PrintRest(input));
+    }
+    EXPECT_EQ(rests.front(), "a@1:1  @1:2 \xC3\xB6@1:3  @1:4 +@1:5  @1:6 1@1:7 2@1:8 3@1:9 ");
+    EXPECT_EQ(rests.back(), "");
+    for (size_t i = 1; i < rests.size(); i++)
+        EXPECT_TRUE(rests[i - 1].ends_with(rests[i]) && rests[i - 1] != rests[i]) << rests[i];
+    input.Seek(1'000);
+    EXPECT_EQ(input.Tell(), -1);
+}
+
+TEST(TextInputFromParseTokens, GivesTheSameTokensAgain) {
+    for (unsigned int seed = 0; seed < 300; seed++) {
+        const qvstring text = MakeRandomText(seed, 20, false);
+        const std::list<CParseToken> tokens = Tokens(text);
+        TextInputFromParseTokens input;
+        for (const CParseToken& token : tokens)
+            input.AddToken(token);
+        COutputLogNull log;
+        CParseContext context(&input, &log);
+        CParseToken again;
+        for (const CParseToken& token : tokens) {
+            context.GetNextToken(again);
+            ASSERT_EQ(PrintToken(again), PrintToken(token)) << text;
+        }
+        context.GetNextToken(again);
+        ASSERT_EQ(again.Type(), TokenEndOfFile);
+    }
+}
+
+TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
+    const struct {
+        const char* literal; // stands in line 3, column 5
+        const char* content;
+    } rows[] = {
+        {"'ab'", "a@3:6 b@3:7 "},
+        {"\"ab\"", "a@3:6 b@3:7 "},
+        {"string#'a'", "a@3:13 "},
+        {"WString#\"a\"", "a@3:14 "},
+        {"STRING#\"a\"", "S@3:5 T@3:6 R@3:7 I@3:8 N@3:9 G@3:10 #@3:11 \"@3:12 a@3:13 "},
+        {"%'a$N'", "a@3:7 $@3:8 N@3:9 "},
+        {"%\"$41\"", "$@3:7 4@3:8 1@3:9 "},
+        {"%xa", "a@3:7 "},
+        {"%", "%@3:5 "},
+        {"abc", "a@3:5 b@3:6 c@3:7 "},
+        {"'", ""},
+        {"\"", ""},
+        {"''", ""},
+        {"", ""},
+        {"'abc", "a@3:6 b@3:7 c@3:8 "},
+        {"'a$$b'", "a@3:6 $@3:7 b@3:9 "},
+        {"'$'$\"x'", "'@3:6 \"@3:8 x@3:10 "},
+        {"'$N$l$Tx'", "~@3:6 ~@3:8 \t@3:10 x@3:12 "},
+        {"'$R$Nx'", "~@3:6 x@3:10 "},
+        {"'$Rx'", "~@3:6 x@3:8 "},
+        {"'$41x'", "A@3:6 x@3:9 "},
+        {"\"$20aCx\"", "\xE2\x82\xAC@3:6 x@3:11 "},
+        {"'a\nb'", "a@3:6 ~@3:7 b@4:1 "},
+        {"'a$qb'", "a@3:6 "},
+        {"'a$'", "a@3:6 "},
+        {"'a$4'", "a@3:6 "},
+        {"'a$4x'", "a@3:6 "},
+        {"\"a$123x\"", "a@3:6 "},
+    };
+    for (const auto& row : rows) {
+        CQVTextLocation begin;
+        begin.SetLineAndColumn(3, 5);
+        const CParseToken token(row.literal, CErrorLocationTextRange(begin, begin));
+        CTextInputFromStringToken input(token);
+        CTextInput::Position start;
+        input.SavePosition(start);
+        EXPECT_EQ(PrintRest(input), row.content) << row.literal;
+        EXPECT_EQ(PrintRest(input), "") << "the end stays the end: " << row.literal;
+        input.RestorePosition(start);
+        EXPECT_EQ(PrintRest(input), row.content) << row.literal;
+    }
+}
+
+std::string ReportTokens(CTextInput& input) {
+    COutputLogToString log;
+    TextReportParseContext context(&input, &log);
+    std::string printed;
+    CParseToken token;
+    while (context.GetReportToken(token) != TokenEndOfFile) {
+        printed += PrintToken(token);
+        token = CParseToken();
+    }
+    EXPECT_EQ(log.GetString(), "");
+    return printed;
+}
+
+TEST(TextReportParseContext, SplitsTemplates) {
+    const struct {
+        const char* text;
+        const char* tokens;
+    } rows[] = {
+        {"Total: <?sum?> items<!-- note -->",
+         "200:Total: @1:1-1:8 202:<?sum?>@1:8-1:15 200: items@1:15-1:21 201:<!-- note -->@1:21-1:34 "},
+        {"", ""},
+        {"<!---->x", "201:<!---->@1:1-1:8 200:x@1:8-1:9 "},
+        {"<!--->-->", "201:<!--->-->@1:1-1:10 "},
+        {"<?\?>", "202:<?\?>@1:1-1:5 "},
+        {"<?a?>=b", "202:<?a?>@1:1-1:6 200:=b@1:6-1:8 "},
+        {"<!--a-->=b", "201:<!--a-->@1:1-1:9 200:=b@1:9-1:11 "},
+        {"<?a?\?>", "202:<?a?\?>@1:1-1:7 "},
+        {"<!--a--->b", "201:<!--a--->@1:1-1:10 200:b@1:10-1:11 "},
+        {"<?a", "202:<?a@1:1-1:4! "},
+        {"x<!--a", "200:x@1:1-1:2 201:<!--a@1:2-1:7! "},
+        {"<!--<?a?>-->", "201:<!--<?a?>-->@1:1-1:13 "},
+        {"<?<!--?>x-->", "202:<?<!--?>@1:1-1:9 200:x-->@1:9-1:13 "},
+        {"a<!-b<!c<d-->?>", "200:a<!-b<!c<d-->?>@1:1-1:16 "},
+        {"<<?x?><<!--y-->", "200:<@1:1-1:2 202:<?x?>@1:2-1:7 200:<@1:7-1:8 201:<!--y-->@1:8-1:16 "},
+        {"a\n<?b\nc?>\nd", "200:a$@1:1-2:1 202:<?b$c?>@2:1-3:4 200:$d@3:4-4:2 "},
+    };
+    for (const auto& row : rows) {
+        for (const unsigned int readSize : ReadSizes) {
+            ChunkedInput input(row.text, readSize);
+            EXPECT_EQ(ReportTokens(input), row.tokens) << row.text;
+        }
+    }
+}
+
+} // namespace

@@ -2,6 +2,7 @@
 //
 // Every command lives in a group's own file and ends with an ExitCode; what ends it early is a ToolError.
 
+#include "Format.h"
 #include "History.h"
 #include "Tool.h"
 
@@ -29,6 +30,7 @@ int main(int argc, char** argv) {
     try {
         CLI::App app("Command-line tool of QVLib", "qv");
         AddGlobalOptions(app, context);
+        AddFormatCommands(app, context);
         AddHistoryCommands(app, context);
         try {
             app.parse(argc, argv);

@@ -1,11 +1,12 @@
-// Compiling and evaluating JSONata, beside the language's reference implementation, the package jsonata on node.
+// Compiling and evaluating JSONata, beside the language's reference implementation, the package jsonata on
+// node.
 //
 //   Compile     text into an expression, and the expression released
 //   Evaluate    a compiled expression against a document, and the value released
 //
-// The expressions are conditions and calculations of a plant's displays, of the part of the language that both sides
-// have; a value that differs is an error. The peer measures itself (JsonataPeer.js) and each of its results is one
-// iteration here. `./dev bench` fetches it; without it the peer's lines say so.
+// The expressions are conditions and calculations of a plant's displays, of the part of the language that
+// both sides have; a value that differs is an error. The peer measures itself (JsonataPeer.js) and each of
+// its results is one iteration here. `./dev bench` fetches it; without it the peer's lines say so.
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
 #include <QVLib/TextStreams/TextInputString.h>

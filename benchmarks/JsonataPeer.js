@@ -2,9 +2,9 @@
 //
 //     node JsonataPeer.js PACKAGE compile|evaluate     with QV_EXPRESSION and QV_DOCUMENT in the environment
 //
-// Prints the nanoseconds of one operation and, on a second line, the expression's value as JSON. Loops until the
-// code is compiled by the engine, then takes the fastest of several rounds, by the clock or by processor time, whichever
-// is less: neither what else the machine did nor the engine's other threads count.
+// Prints the nanoseconds of one operation and, on a second line, the expression's value as JSON. Loops until
+// the code is compiled by the engine, then takes the fastest of several rounds, by the clock or by processor
+// time, whichever is less: neither what else the machine did nor the engine's other threads count.
 const jsonata = require(process.argv[2]);
 const expression = process.env.QV_EXPRESSION;
 const document = JSON.parse(process.env.QV_DOCUMENT);

@@ -1,5 +1,5 @@
-// JSON of any bytes. They give a value or one message, the same whether or not the text lies in memory; and a value
-// that was formatted, compact or pretty, reads back as itself.
+// JSON of any bytes. They give a value or one message, the same whether or not the text lies in memory; and a
+// value that was formatted, compact or pretty, reads back as itself.
 #include "PlainInput.h"
 #include <QVLib/Json/JSONParseContext.h>
 #include <QVLib/Json/JSONValue.h>
@@ -51,8 +51,8 @@ bool HasForeignNewline(const qvstring& text) {
     return HasAny(text, {"\u0085", "\u2028", "\u2029"});
 }
 
-// Member names are written without escapes, so a quote or a backslash ends or changes them, a zero byte cuts them
-// off, a carriage return is a newline, and behind a line feed pretty text is indented.
+// Member names are written without escapes, so a quote or a backslash ends or changes them, a zero byte cuts
+// them off, a carriage return is a newline, and behind a line feed pretty text is indented.
 bool IsReadableName(const qvstring& name, bool pretty) {
     return !HasForeignNewline(name) && !HasAny(name, {"\"", "\\", "\r", std::string_view("\0", 1)}) &&
            !(pretty && HasAny(name, {"\n"}));

@@ -1,5 +1,5 @@
-// JSONata of any bytes. They give an expression or one message, the same whether or not the text lies in memory; an
-// expression prints to what parses to itself; and it can be evaluated against anything.
+// JSONata of any bytes. They give an expression or one message, the same whether or not the text lies in
+// memory; an expression prints to what parses to itself; and it can be evaluated against anything.
 #include "PlainInput.h"
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
@@ -56,8 +56,8 @@ JSONValue* ParseDocument() {
     return JSONValue::ParseProperty(context);
 }
 
-// False for what prints to something else by design: a literal past a double's range prints as "inf", a name; and
-// newlines that stand as \u escapes in a string literal are printed as they are and read as line feeds.
+// False for what prints to something else by design: a literal past a double's range prints as "inf", a name;
+// and newlines that stand as \u escapes in a string literal are printed as they are and read as line feeds.
 bool IsReadable(const qvstring& printed) {
     for (const char* const piece : {"inf", "\u0085", "\u2028", "\u2029"}) {
         if (printed.find(piece) != qvstring::npos)

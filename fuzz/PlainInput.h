@@ -1,5 +1,5 @@
-// Any bytes as text without a window: every code point is read alone, so nothing can be looked at in memory. What is
-// parsed from it must be what is parsed from the same bytes in memory.
+// Any bytes as text without a window: every code point is read alone, so nothing can be looked at in memory.
+// What is parsed from it must be what is parsed from the same bytes in memory.
 #pragma once
 
 #include <QVLib/TextStreams/TextInput.h>

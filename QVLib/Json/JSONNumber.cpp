@@ -20,8 +20,8 @@ bool IsDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-// Takes digits with an optional fraction, as many as are exact: one division then gives the nearest double. False,
-// and left to the general way, for anything else.
+// Takes digits with an optional fraction, as many as are exact: one division then gives the nearest double.
+// False, and left to the general way, for anything else.
 bool TakeShortNumber(std::string_view text, double& value) {
     const char* current = text.data();
     const char* const end = current + text.size();
@@ -63,8 +63,8 @@ char* PutTwoDigits(char* out, long long number) {
     return out;
 }
 
-// Writes numbers without an exponent whose six digits are beyond doubt. Null, and left to the general way, for all
-// others: very large, very small, not finite, and in the middle between two texts.
+// Writes numbers without an exponent whose six digits are beyond doubt. Null, and left to the general way,
+// for all others: very large, very small, not finite, and in the middle between two texts.
 char* PutShortNumber(double value, char* out) {
     const double magnitude = std::fabs(value);
     if (std::signbit(value))
@@ -76,7 +76,8 @@ char* PutShortNumber(double value, char* out) {
     if (!(magnitude >= 0.001 && magnitude < static_cast<double>(kWrittenLimit)))
         return nullptr;
     int exponent = GetDecimalExponent(magnitude);
-    // The product is rounded, but not past the middle between two texts, which is a double itself: it may only get there.
+    // The product is rounded, but not past the middle between two texts, which is a double itself: it may
+    // only get there.
     const double scaled = magnitude * kPowersOfTen[kWrittenDigits - 1 - exponent];
     auto digits = static_cast<long long>(scaled);
     const double rest = scaled - static_cast<double>(digits);

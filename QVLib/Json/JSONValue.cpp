@@ -103,8 +103,8 @@ bool IsBefore(const qvstring& a, const qvstring& b) {
     return first != second ? first < second : a < b;
 }
 
-// Sorts by name and keeps the order of equal names. For few members this costs less than the memory that a stable sort
-// asks for.
+// Sorts by name and keeps the order of equal names. For few members this costs less than the memory that a
+// stable sort asks for.
 constexpr size_t kFewMembers = 16;
 void SortByName(JSONValueObject::Member** members, size_t count) {
     const auto before = [](const auto* a, const auto* b) { return IsBefore(a->first, b->first); };

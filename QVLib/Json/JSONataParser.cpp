@@ -1,8 +1,9 @@
 // From tokens to the tree of an expression.
 //
-// One token is always read ahead, in an object of the context's that the functions share: each leaves there the first
-// token behind what it has parsed. So it lies in no frame of the functions that call themselves through each other, and
-// whatever has larger locals stays out of them (noinline), because a thousand levels must fit a small stack.
+// One token is always read ahead, in an object of the context's that the functions share: each leaves there
+// the first token behind what it has parsed. So it lies in no frame of the functions that call themselves
+// through each other, and whatever has larger locals stays out of them (noinline), because a thousand levels
+// must fit a small stack.
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
 #include <QVLib/Resources/Messages.h>
@@ -16,7 +17,7 @@ constexpr JSONataExpr::FunctionMetadata kFunctions[] = {
 };
 
 // Room to begin with, so that a list of usual length is not moved while it grows.
-constexpr size_t kUsualOperators = 4;
+constexpr size_t kUsualOperators = 8;
 constexpr size_t kUsualSteps = 4;
 
 bool IsLetter(int character) {
@@ -137,7 +138,8 @@ bool JSONataExpr::Parse(JSONParseContext& context, CParseToken& token) {
     return true;
 }
 
-// Appends the operator in `token` and returns its operand, which is still to come; null when it is no operator.
+// Appends the operator in `token` and returns its operand, which is still to come; null when it is no
+// operator.
 [[gnu::noinline]] JSONataExpr::UnaryExpr* JSONataExpr::AppendOperator(CParseToken& token) {
     const int type = TranslateOperatorToken(token);
     const int precedence = GetOperatorPrecedence(type);
@@ -329,7 +331,9 @@ bool JSONataExpr::PostFixOpStruct::ParsePostFixOP(JSONParseContext& context) {
     }
     m_Location.End() = token.Location().GetEnd();
     m_FieldName = GetName(token);
-    m_Token = std::move(token);
+    // Without its place, which the step's range ends with: a place holds on to the source's name.
+    m_Token = CParseToken(token.Text(), CErrorLocationTextRange());
+    m_Token.SetType(token.Type());
     return true;
 }
 

@@ -37,8 +37,8 @@ show "The table is plain files. Each one is named after the span of time that it
     history files "$main"
 show "Names, sizes and counts agree: nothing is missing, torn or overlapping." \
     history validate "$main"
-show "Some values of the last second, in the order in which they were recorded." \
-    history read "$main" --last 1s --limit 12
+show "Some values of the last second, in the order in which they were recorded, at this machine's local time." \
+    history read "$main" --last 1s --limit 12 --zone local --time-format 'EEE d MMM yyyy HH:mm:ss.SSS XXX'
 show "What each second was like: how many values, the smallest, the mean and the largest." \
     history stats "$main" --every 1s --tag cpu.all
 show "And the trend of the processor load as a picture." \

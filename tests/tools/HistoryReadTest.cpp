@@ -64,6 +64,16 @@ TEST_F(QvHistoryRead, PrintsForPeopleAndForPrograms) {
         "{\"time\":\"2021-01-01T00:01:30.0000000Z\",\"tag\":\"\xC3\xA4\",\"value\":null,\"quality\":0}\n");
 }
 
+TEST_F(QvHistoryRead, ShowsLocalTimes) {
+    const auto time = [&](const std::string& options, const std::string& variables = "") {
+        return Do("history read t --limit 1 " + options + " | tail -n 1 | sed 's/  .*//'", variables);
+    };
+    EXPECT_EQ(time("--zone Asia/Kolkata"), "2021-01-01 05:30:00.000 +05:30\n");
+    EXPECT_EQ(time("--zone local --time-format 'EEE d MMMM HH:mm'", "TZ=Asia/Tokyo LC_ALL=de_DE.UTF-8"),
+              "Fr 1 Januar 09:00\n");
+    EXPECT_EQ(time("--time-format 'd.M.yy H:mm XXX'"), "1.1.21 0:00 Z\n");
+}
+
 TEST_F(QvHistoryRead, CountsPerTagAndInterval) {
     EXPECT_EQ(Do("history stats t --every 1m --csv"), "time,tag,count,min,mean,max\n"
                                                       "2021-01-01T00:00:00.0000000Z,a,2,1,1.5,2\n"
@@ -92,6 +102,10 @@ TEST_F(QvHistoryRead, RefusesWhatCannotBe) {
                                         "history read t --from 2021-01-02 --to 2021-01-01",
                                         "history read t --last 1m --from 2021-01-01",
                                         "history read t --limit -1",
+                                        "history read t --zone Nowhere",
+                                        "history read t --zone ../../etc/passwd",
+                                        "history read t --zone local --json",
+                                        "history read t --time-format d --csv",
                                         "history stats t",
                                         "history stats t --every 0s",
                                         "history stats t --every 1e99d",

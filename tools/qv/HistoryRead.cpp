@@ -6,6 +6,8 @@
 #include "TimeText.h"
 
 #include <CLI/CLI.hpp>
+#include <QVLib/Formatting/DataFormatSettings.h>
+#include <QVPlatform/TextOutput.h>
 #include <QVPlatform/Timestamp.h>
 #include <algorithm>
 #include <charconv>
@@ -20,6 +22,8 @@
 namespace {
 
 constexpr unsigned int RecordsPerProgress = 1u << 16;
+// With the offset, so that the hour that comes twice in autumn can be told apart.
+constexpr const char* DefaultLocalFormat = "yyyy-MM-dd HH:mm:ss.SSS XXX";
 
 struct ReadOptions {
     FolderOptions m_Folder;
@@ -27,14 +31,36 @@ struct ReadOptions {
     std::string m_Tag;
     unsigned long long m_Limit = std::numeric_limits<unsigned long long>::max();
     bool m_bSorted = false;
+    std::string m_Zone;
+    std::string m_TimeFormat;
 };
+
+// How times are shown where the user asked for another way than ISO 8601 in UTC.
+std::optional<CDataFormatSettings> ChooseTimeFormat(const ReadOptions& options, OutputFormat format) {
+    if (options.m_Zone.empty() && options.m_TimeFormat.empty())
+        return std::nullopt;
+    if (format != OutputFormat::Human)
+        throw ToolError(ExitUsage,
+                        "--zone and --time-format are for people; --json and --csv have times in UTC");
+    CDataFormatSettings settings;
+    settings.m_Locale.SetFromCurrentUser();
+    if (options.m_Zone == "local")
+        settings.m_TimeZone.UseCurrentTimeZone();
+    else if (!options.m_Zone.empty() && !settings.m_TimeZone.UseSpecifiedTimeZone(options.m_Zone))
+        throw ToolError(ExitUsage, "--zone: " + Quoted(options.m_Zone) +
+                                       " is no time zone known here; write Europe/Berlin, or local");
+    settings.m_DateTimeFormat.ParseDateTimeFormat(options.m_TimeFormat.empty() ? DefaultLocalFormat
+                                                                               : options.m_TimeFormat);
+    return settings;
+}
 
 // Writes records as rows: time, tag, value, quality, then the layout's other fields. People also see the
 // unit.
 class RecordWriter {
 public:
-    RecordWriter(const HistoryFolder& folder, OutputFormat format)
-        : m_Folder(folder),
+    RecordWriter(const HistoryFolder& folder, OutputFormat format,
+                 std::optional<CDataFormatSettings> timeFormat)
+        : m_Folder(folder), m_TimeFormat(std::move(timeFormat)),
           m_bUnits(format == OutputFormat::Human && folder.GetLayout().Find("tag") != nullptr),
           m_Writer(format, MakeColumns(folder.GetLayout(), m_bUnits)) {}
 
@@ -42,7 +68,7 @@ public:
         const TagFile::Tag* tag = nullptr;
         for (const SampleField& field : m_Folder.GetLayout().GetFields()) {
             if (field.m_Name == "time") {
-                m_Writer.AddTime(SampleLayout::GetTime(record));
+                WriteTime(SampleLayout::GetTime(record));
             } else if (field.m_Name == "tag") {
                 tag = m_Folder.GetTags().FindNumber(field.GetUnsigned(record));
                 WriteTag(field.GetUnsigned(record), tag);
@@ -69,6 +95,16 @@ private:
         return columns;
     }
 
+    void WriteTime(long long time) {
+        if (!m_TimeFormat) {
+            m_Writer.AddTime(time);
+            return;
+        }
+        m_TimeText.Clear();
+        m_TimeFormat->FormatDateAndTime(time, m_TimeText);
+        m_Writer.AddText(m_TimeText.GetString());
+    }
+
     void WriteTag(unsigned long long number, const TagFile::Tag* tag) {
         if (tag != nullptr) {
             m_Writer.AddText(tag->m_Name);
@@ -89,9 +125,11 @@ private:
     }
 
     const HistoryFolder& m_Folder;
+    const std::optional<CDataFormatSettings> m_TimeFormat;
     const bool m_bUnits;
     TableWriter m_Writer;
     std::string m_Text;
+    CTextOutputString m_TimeText;
 };
 
 // Tells whether a record is of the tag that was asked for; without one every record is.
@@ -146,10 +184,11 @@ void WriteSorted(const HistoryFolder& folder, const TimeRange& range, const TagF
 }
 
 ExitCode Read(const ReadOptions& options, OutputFormat format) {
+    std::optional<CDataFormatSettings> timeFormat = ChooseTimeFormat(options, format);
     const HistoryFolder folder(options.m_Folder, HistoryFolder::Read);
     const TagFilter filter(folder, options.m_Tag);
     const TimeRange range = folder.GetRange(options.m_Range);
-    RecordWriter writer(folder, format);
+    RecordWriter writer(folder, format, std::move(timeFormat));
     if (options.m_bSorted) {
         WriteSorted(folder, range, filter, options.m_Limit, writer);
     } else if (options.m_Limit != 0) {
@@ -321,6 +360,10 @@ void AddHistoryReadCommands(CLI::App& history, ToolContext& context) {
         ->check(CLI::NonNegativeNumber);
     read->add_flag("--sorted", readOptions->m_bSorted,
                    "order by time (in memory); without it, the order of arrival within each file");
+    read->add_option("--zone", readOptions->m_Zone,
+                     "show times in this time zone (Europe/Berlin), or in the machine's own (local)");
+    read->add_option("--time-format", readOptions->m_TimeFormat,
+                     "show times by this pattern (EEE d MMM HH:mm:ss.SSS)");
     read->callback([readOptions, &context] { context.m_ExitCode = Read(*readOptions, context.m_Format); });
 
     CLI::App* const stats =

@@ -6,10 +6,6 @@ namespace {
 
 using Rights = CSecuritySettingsAccessRights;
 
-std::string Text(const Rights& rights) {
-    return Printed([&](CTextOutput& out) { rights.PrintRights(out); });
-}
-
 // World and zones A to D.
 std::string Masks(const Rights& rights) {
     char text[80];
@@ -117,15 +113,6 @@ TEST(AccessRightsTest, TextsGrantOrExplainThemselves) {
     Rights rights(1);
     EXPECT_FALSE(rights.ParseRights(text.m_Context));
     EXPECT_EQ(Masks(rights), "4 2 0 0 0");
-}
-
-TEST(AccessRightsTest, ASetPrintsTheWorldAndTheZonesThatHaveRights) {
-    Rights rights;
-    EXPECT_EQ(Text(rights), "World=None");
-    rights.SetZoneRights(1, 0x00A);
-    rights.SetZoneRights(3, 0xFFFFFFFF);
-    EXPECT_EQ(Text(rights), "World=None, ZoneB=Write+Acknowledge, ZoneD=Full");
-    EXPECT_EQ(Text(Rights(0x080)), "World=");
 }
 
 TEST(AccessRightsTest, CommentsAreWholeLinesThatStartWithTheirMark) {

@@ -1,7 +1,6 @@
 #include "SecurityTesting.h"
 #include "support/FaultSystemCalls.h"
 #include "support/TemporaryFolder.h"
-#include <QVLib/Security/SecuritySettings.h>
 #include <QVPlatform/FilePath.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,15 +11,6 @@ using testing::HasSubstr;
 
 constexpr const char* TextName = "user-rights.conf";
 constexpr const char* BinaryName = "Rights.qvusr";
-
-std::string Text(const CSecuritySettings& settings) {
-    return Printed([&](CTextOutput& out) { settings.SaveAsText(out); });
-}
-
-void Parse(CSecuritySettings& settings, const qvstring& text) {
-    RightsText input(text);
-    settings.ParseText(input.m_Context);
-}
 
 std::string BinaryOf(const qvstring& text) {
     CSecuritySettings settings;
@@ -223,22 +213,22 @@ TEST(SecuritySettingsFilesTest, AnInterruptedSaveLeavesTheOldFileOrTheNewOne) {
     Parse(before, "old: World=Write;");
     CSecuritySettings after;
     Parse(after, "new: World=Full, ZoneA=Write; *: World=Refresh;");
-    const auto save = [](const CSecuritySettings& settings, const TemporaryFolder& folder, bool bText,
+    const auto save = [](const CSecuritySettings& settings, const CQVFilePath& path, bool bText,
                          COutputLog* log) {
-        return bText ? settings.SaveTextFile(folder.File(TextName), log)
-                     : settings.SaveBinaryFile(folder.File(BinaryName), log);
+        return bText ? settings.SaveTextFile(path, log) : settings.SaveBinaryFile(path, log);
     };
     for (const bool bText : {true, false})
         for (unsigned int n = 1;; ++n) {
             ASSERT_LT(n, 200U);
             const TemporaryFolder folder = TemporaryFolder::InMemory();
+            const CQVFilePath path = folder.File(bText ? TextName : BinaryName);
             COutputLogNull null;
-            ASSERT_TRUE(save(before, folder, bText, &null));
+            ASSERT_TRUE(save(before, path, bText, &null));
             FaultSystemCalls system;
             system.PartFrom(SystemCall::Write | SystemCall::Writev, 1, 7); // dies within the text, too
             system.FailFrom(SystemCall::Changes, n, EIO);
             COutputLogToString log;
-            const bool bSaved = save(after, folder, bText, &log);
+            const bool bSaved = save(after, path, bText, &log);
             const bool bFailed = log.GetString().find("error 5") != std::string::npos;
             system.Heal();
             EXPECT_NE(bSaved, bFailed) << n;
@@ -247,7 +237,7 @@ TEST(SecuritySettingsFilesTest, AnInterruptedSaveLeavesTheOldFileOrTheNewOne) {
             CSecuritySettings found;
             found.InitialiseSecuritySettings(folder.GetFilePath(), true, false, &log);
             EXPECT_TRUE(found == after || (!bSaved && found == before)) << n;
-            EXPECT_TRUE(save(after, folder, bText, &null));
+            EXPECT_TRUE(save(after, path, bText, &null));
             if (bSaved)
                 break;
         }

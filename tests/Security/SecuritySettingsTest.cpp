@@ -1,14 +1,9 @@
 #include "SecurityTesting.h"
-#include <QVLib/Security/SecuritySettings.h>
 #include <QVLib/Security/UserAccessToken.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
 
 namespace {
-
-std::string Text(const CSecuritySettings& settings) {
-    return Printed([&](CTextOutput& out) { settings.SaveAsText(out); });
-}
 
 CQVUserIdentity Named(const char* name) {
     CQVUserIdentity id;
@@ -121,10 +116,9 @@ TEST(SecuritySettingsTest, ChangesActOnTheFirstEqualIdentity) {
 }
 
 TEST(SecuritySettingsTest, RightsOfAllMatchingEntriesAddUp) {
-    RightsText text("*: World=Refresh; bob: World=None, ZoneB=Write; bob: ZoneB=Force; Bob: World=Full;"
-                    "@ops: World=Configure; Guest: World=Acknowledge; *: ZoneA=Write;");
     CSecuritySettings settings;
-    settings.ParseText(text.m_Context);
+    Parse(settings, "*: World=Refresh; bob: World=None, ZoneB=Write; bob: ZoneB=Force; Bob: World=Full;"
+                    "@ops: World=Configure; Guest: World=Acknowledge; *: ZoneA=Write;");
     CQVUserAccessToken bob;
     bob.SetSpecifiedUser(CQVSecureWString("bob"));
     CQVUserAccessToken operatorToken;

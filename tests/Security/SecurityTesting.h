@@ -3,6 +3,7 @@
 
 #include <QVLib/BinaryStreams/BinaryInputMemory.h>
 #include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
+#include <QVLib/Security/SecuritySettings.h>
 #include <QVLib/Security/SecuritySettingsParseContext.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/TextOutput.h>
@@ -34,6 +35,15 @@ std::string Printed(Print print) {
     CTextOutputString out;
     print(out);
     return out.GetString();
+}
+
+inline void Parse(CSecuritySettings& settings, const qvstring& text) {
+    RightsText input(text);
+    settings.ParseText(input.m_Context);
+}
+
+inline std::string Text(const CSecuritySettings& settings) {
+    return Printed([&](CTextOutput& out) { settings.SaveAsText(out); });
 }
 
 // The bytes that `save` writes to a binary output.

@@ -25,3 +25,22 @@ int UnicodeCharTable::ToUpper(int codePoint) {
         return qv_ascii_to_upper(codePoint);
     return u_toupper(codePoint);
 }
+
+int UnicodeCharTable::GetDisplayWidth(int codePoint) {
+    switch (u_charType(codePoint)) {
+    case U_CONTROL_CHAR:
+    case U_FORMAT_CHAR:
+    case U_NON_SPACING_MARK:
+    case U_ENCLOSING_MARK:
+        return 0;
+    default:
+        break;
+    }
+    switch (u_getIntPropertyValue(codePoint, UCHAR_EAST_ASIAN_WIDTH)) {
+    case U_EA_WIDE:
+    case U_EA_FULLWIDTH:
+        return 2;
+    default:
+        return 1;
+    }
+}

@@ -312,6 +312,15 @@ TEST(UnicodeCharacter, Properties) {
     }
 }
 
+TEST(UnicodeCharacter, DisplayWidth) {
+    const struct {
+        int codePoint, width;
+    } cases[] = {{'a', 1},    {0xE4, 1},   {0x4E09, 2}, {0xFF21, 2}, {0x1F600, 2},
+                 {0x0301, 0}, {0x200B, 0}, {'\t', 0},   {0x7F, 0},   {0xFFFD, 1}};
+    for (const auto& c : cases)
+        EXPECT_EQ(UnicodeCharacter(c.codePoint).GetDisplayWidth(), c.width) << c.codePoint;
+}
+
 TEST(UnicodeCharacter, TheAsciiShortCutsAgreeWithTheTables) {
     for (int codePoint = 0; codePoint < 0x80; ++codePoint) {
         SCOPED_TRACE(codePoint);
@@ -320,6 +329,7 @@ TEST(UnicodeCharacter, TheAsciiShortCutsAgreeWithTheTables) {
         EXPECT_EQ(character.IsDigit(), UnicodeCharTable::IsDigit(codePoint));
         EXPECT_EQ(character.IsLetter(), UnicodeCharTable::IsLetter(codePoint));
         EXPECT_EQ(character.GetNumericValue(), UnicodeCharTable::GetNumericValue(codePoint));
+        EXPECT_EQ(character.GetDisplayWidth(), UnicodeCharTable::GetDisplayWidth(codePoint));
     }
 }
 

@@ -14,6 +14,7 @@ public:
     static int GetNumericValue(int codePoint);
     // The simple upper-case mapping: one code point to one code point, independent of language.
     static int ToUpper(int codePoint);
+    static int GetDisplayWidth(int codePoint);
 };
 
 class UnicodeCharacter {
@@ -39,6 +40,11 @@ public:
         return (m_CodePoint >= 'A' && m_CodePoint <= 'Z') || (m_CodePoint >= 'a' && m_CodePoint <= 'z');
     }
     int ToUpper() const { return UnicodeCharTable::ToUpper(m_CodePoint); }
+    // The columns that a terminal gives the character: 2 for wide ones (East_Asian_Width W and F), 0 for marks that
+    // stand over another one and for control and format characters, otherwise 1.
+    int GetDisplayWidth() const {
+        return m_CodePoint >= ' ' && m_CodePoint <= '~' ? 1 : UnicodeCharTable::GetDisplayWidth(m_CodePoint);
+    }
     // The value of a decimal digit of any script, 0 to 9; -1 for anything else.
     int GetNumericValue() const {
         return IsASCIIDigit() ? m_CodePoint - '0' : UnicodeCharTable::GetNumericValue(m_CodePoint);

@@ -29,17 +29,6 @@ unsigned int DisplayWidth(const char* text, unsigned int length) {
     return qv_utf32len_of_wchar(text, length);
 }
 
-void AppendCsv(std::string& out, std::string_view text) {
-    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
-        out += text;
-        return;
-    }
-    out += '"';
-    for (const char character : text)
-        out.append(character == '"' ? 2 : 1, character);
-    out += '"';
-}
-
 // People see control characters escaped: they would move the cursor or worse.
 void AppendVisible(std::string& out, std::string_view text) {
     for (const char character : text) {
@@ -97,6 +86,17 @@ void AppendJsonString(std::string& text, std::string_view value) {
             qv_append_codepoint_to_qvstring(codePoint, text);
         }
     }
+    text += '"';
+}
+
+void AppendCsv(std::string& text, std::string_view value) {
+    if (value.find_first_of(",\"\r\n") == std::string_view::npos) {
+        text += value;
+        return;
+    }
+    text += '"';
+    for (const char character : value)
+        text.append(character == '"' ? 2 : 1, character);
     text += '"';
 }
 

@@ -27,6 +27,8 @@ void AppendNumber(std::string& text, unsigned long long number);
 void AppendNumber(std::string& text, double number);
 // Appends text as a JSON string with its quotes; malformed UTF-8 becomes U+FFFD.
 void AppendJsonString(std::string& text, std::string_view value);
+// Appends text as a field of CSV, quoted where it must be.
+void AppendCsv(std::string& text, std::string_view value);
 
 // Writes times as ISO 8601 in UTC. Remembers the last second, so a run of times costs little.
 class TimeFormatter {

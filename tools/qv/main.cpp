@@ -4,6 +4,7 @@
 
 #include "Format.h"
 #include "History.h"
+#include "Json.h"
 #include "Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -32,6 +33,7 @@ int main(int argc, char** argv) {
         AddGlobalOptions(app, context);
         AddFormatCommands(app, context);
         AddHistoryCommands(app, context);
+        AddJsonCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

@@ -321,6 +321,22 @@ TEST(DataFormatSettings, BinaryFormByVersion) {
             EXPECT_EQ(Format(loaded.m_DateFormat, CQVTimestamp()), c.version < 44 || bCut ? "" : "1");
         }
     }
+    // Any other byte is understood or refused as a whole.
+    int refused = 0;
+    for (std::size_t i = 0; i < 8 * all.size(); i++) {
+        std::string flipped = all;
+        flipped[i / 8] = static_cast<char>(flipped[i / 8] ^ (1 << i % 8));
+        TextBytes bytes(flipped, flipped.size());
+        CDataFormatSettings loaded;
+        try {
+            loaded.LoadDataFormatSettings(44, bytes);
+        } catch (const std::exception&) {
+            refused++;
+            EXPECT_EQ(loaded.m_TimeZone.GetIANATimeZoneName(), "Etc/UTC");
+        }
+        EXPECT_LE(Format(loaded.m_DateFormat, CQVTimestamp()).size(), 4096U);
+    }
+    EXPECT_GT(refused, 50);
     const std::string unknown = "\5../..\3d e";
     TextBytes input(unknown, unknown.size());
     settings.LoadDataFormatSettings(28, input);

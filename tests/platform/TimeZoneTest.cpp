@@ -5,11 +5,13 @@
 
 #include "support/EnvironmentVariable.h"
 #include "support/TemporaryFolder.h"
+#include <atomic>
 #include <climits>
 #include <ctime>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -126,6 +128,22 @@ TEST(TimeZone, LocalTimes) {
                 behind.UseSpecifiedTimeZone("America/New_York"));
     EXPECT_EQ(ahead.ToLocalTime(CQVTimestamp(LLONG_MAX)).GetValue(), LLONG_MAX);
     EXPECT_EQ(behind.ToLocalTime(CQVTimestamp(LLONG_MIN)).GetValue(), LLONG_MIN);
+}
+
+TEST(TimeZone, ThreadsShareAZone) {
+    CQVTimeZone zone;
+    ASSERT_TRUE(zone.UseSpecifiedTimeZone("Europe/Berlin"));
+    constexpr long long Winter = 1'704'067'200, Summer = 1'719'792'000; // 2024
+    std::atomic<int> wrong{0};
+    const auto work = [&](long long first, long long second) {
+        for (int i = 0; i < 5000; i++)
+            wrong += OffsetAt(zone, i % 2 == 0 ? first : second) !=
+                     ((i % 2 == 0) == (first == Winter) ? 3600 : 7200);
+    };
+    std::thread one(work, Winter, Summer), two(work, Summer, Winter);
+    one.join();
+    two.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(TimeZone, UnknownNamesKeepTheZone) {

@@ -1,6 +1,6 @@
-// How fast is a time stamp written as local time? Beside the C library and ICU, in the same zone (Europe/Berlin) and
-// with the same text. Times one after the other, as a history is read, and times scattered over fifty years, where no
-// two share an interval between two changes of the clocks.
+// How fast is a time stamp written as local time? Beside the C library and ICU, in the same zone
+// (Europe/Berlin) and with the same text. Times one after the other, as a history is read, and times
+// scattered over fifty years, where no two share an interval between two changes of the clocks.
 
 #include <QVLib/Formatting/DateTimeFormat.h>
 #include <QVPlatform/Locale.h>

@@ -1,5 +1,5 @@
-// Date and time patterns, and their binary form, of any bytes. What is written is bounded, and comes through saving
-// and loading unchanged.
+// Date and time patterns, and their binary form, of any bytes. What is written is bounded, and comes through
+// saving and loading unchanged.
 #include <QVLib/BinaryStreams/BinaryInputMemory.h>
 #include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
 #include <QVLib/Formatting/DataFormatSettings.h>

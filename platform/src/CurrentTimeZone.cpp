@@ -34,8 +34,8 @@ qvstring TargetOf(const qvstring& path) {
     return text[0] == '/' ? qvstring(text) : path.substr(0, path.rfind('/') + 1).append(text);
 }
 
-// The names on the way from a path along its links. The first is the one that the administrator chose: further
-// links lead from a zone's other names to the file that they share.
+// The names on the way from a path along its links. The first is the one that the administrator chose:
+// further links lead from a zone's other names to the file that they share.
 void AddNamesAlongLinks(qvstring path, std::vector<qvstring>& names) {
     for (unsigned int links = 0; links <= LongestChain && !path.empty(); links++) {
         qvstring name = NameOfFile(path);

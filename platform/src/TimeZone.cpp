@@ -27,7 +27,8 @@ bool IsNameCharacter(char c) {
            c == '-' || c == '+' || c == '.';
 }
 
-// Whether a name may be that of a zone's file: no path that leaves the folder, and one spelling for each file.
+// Whether a name may be that of a zone's file: no path that leaves the folder, and one spelling for each
+// file.
 bool IsWellFormed(std::string_view name) {
     if (name.empty() || name.size() > LongestName)
         return false;

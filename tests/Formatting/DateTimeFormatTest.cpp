@@ -198,8 +198,8 @@ TEST(DateTimeFormat, Components) {
     }
 }
 
-// Only what both understand alike: ICU pads "SSSS" on the right, writes the whole year for "y", minutes for "X" where
-// there are any and an apostrophe for two of them anywhere, and knows more letters.
+// Only what both understand alike: ICU pads "SSSS" on the right, writes the whole year for "y", minutes for
+// "X" where there are any and an apostrophe for two of them anywhere, and knows more letters.
 TEST(DateTimeFormat, AgreesWithIcu) {
     const char* const patterns[] = {"yyyy-MM-dd HH:mm:ss.SSS",  "EEEE d MMMM yyyy h:mm a",
                                     "yy M/dd D DDD k:K:hh kk",  "EEE, dd MMM yyyy HH:mm:ss Z",

@@ -40,8 +40,8 @@ long long OffsetOfTheCLibrary(long long unixTime) {
     return fields.tm_gmtoff;
 }
 
-// Compares all changes of the offset that the C library knows for its current zone, and one time in each stretch
-// of `step` seconds. Returns the changes, -1 after a difference.
+// Compares all changes of the offset that the C library knows for its current zone, and one time in each
+// stretch of `step` seconds. Returns the changes, -1 after a difference.
 int CompareWithTheCLibrary(const CQVTimeZone& zone, long long from, long long to, long long step) {
     int changes = 0;
     long long before = OffsetOfTheCLibrary(from);

@@ -25,8 +25,8 @@ public:
     CDataFormatSettings(const CDataFormatSettings&);
     CDataFormatSettings& operator=(const CDataFormatSettings&);
 
-    // The machine's time zone, the user's locale, the default formats and both in a row. UTC where the machine does
-    // not say in which zone it is.
+    // The machine's time zone, the user's locale, the default formats and both in a row. UTC where the
+    // machine does not say in which zone it is.
     void InitialiseForCurrentUser();
     // The same with other formats; an empty one stands for the default.
     void InitialiseForCurrentUser(const qvstring& dateFormat, const qvstring& timeFormat);
@@ -35,11 +35,12 @@ public:
     void FormatDateAndTime(const CQVTimestamp& time, CTextOutput& out) const;
     void FormatDateAndTime(long long time, CTextOutput& out) const;
 
-    // The binary form, as far as the other side's `version` knows it: the time zone's name from 18 on, the locale's
-    // name from 28 on, the date, time and date-and-time formats from 44 on.
+    // The binary form, as far as the other side's `version` knows it: the time zone's name from 18 on, the
+    // locale's name from 28 on, the date, time and date-and-time formats from 44 on.
     void SaveDataFormatSettings(unsigned short version, CBinaryOutput& output) const;
-    // What the version does not carry stays, and so does a zone or locale whose name is not known here. Throws what
-    // reading strings and DateTimeFormat::LoadDateTimeFormat() throw; the settings are then as they were.
+    // What the version does not carry stays, and so does a zone or locale whose name is not known here.
+    // Throws what reading strings and DateTimeFormat::LoadDateTimeFormat() throw; the settings are then as
+    // they were.
     void LoadDataFormatSettings(unsigned short version, CBinaryInput& input);
 
     // For everyone to read and set.

@@ -5,18 +5,18 @@
 //     format.FormatDateTime(locale, &zone, time, out); // Tuesday 5 March 2024 7:08 AM
 //
 // Patterns: a letter of the table is a field, and how often it stands in a row chooses its form. Every other
-//           character stands for itself, and so does text between apostrophes; '' is one apostrophe there, and
-//           nothing outside. No text is a wrong pattern.
+//           character stands for itself, and so does text between apostrophes; '' is one apostrophe there,
+//           and nothing outside. No text is a wrong pattern.
 //             y     year                  yyyy 2007 (negative before the year 1 BC), yy 07
 //             M     month                 M 3, MM 03, MMM Mar, MMMM March
 //             d, D  day of month, of year d 5, dd 05, DDD 065
 //             E     day of week           EEE Tue, EEEE Tuesday
 //             u     day of week           1 Monday to 7 Sunday
-//             a     AM or PM
+//             a     AM or PM              in English where the language has no words for them
 //             H, k  hour                  0 to 23, 1 to 24
 //             K, h  hour of half a day    0 to 11, 1 to 12
 //             m, s  minute, second
-//             S     fraction of a second  S tenths, SS hundredths, SSS and more milliseconds; cut, not rounded
+//             S     fraction of a second  S tenths, SS hundredths, SSS and more milliseconds; not rounded
 //             X     offset from UTC       X +05, XX +0530, XXX +05:30; Z for UTC itself
 //             Z     offset from UTC       +0530, +0000
 //           Numbers (d D u H k K h m s) have as many digits as letters at least.
@@ -58,8 +58,8 @@ public:
     // The date, a blank and the time. Either may be this object.
     void SetFromDateAndTimeFormat(const DateTimeFormat& date, const DateTimeFormat& time);
 
-    // Writes a time, given in UTC, as the clocks of `zone` show it; null is UTC. A zone's offset from UTC is cut to
-    // whole minutes (they all were in the last hundred years, with few exceptions).
+    // Writes a time, given in UTC, as the clocks of `zone` show it; null is UTC. A zone's offset from UTC is
+    // cut to whole minutes (they all were in the last hundred years, with few exceptions).
     void FormatDateTime(const CQVLocale& locale, const CQVTimeZone* zone, const CQVTimestamp& time,
                         CTextOutput& out) const;
     void FormatDateTime(const CQVLocale& locale, const CQVTimeZone* zone, long long time,
@@ -71,19 +71,20 @@ public:
 
     // The pattern as it was parsed; loading does not change it.
     const qvstring& GetFormat() const { return m_Format; }
-    // Which fields the pattern has: 1 "y", 2 "M", 4 "d", 8 "K" or "h", 16 "H" or "k", 32 "a", 64 "m", 128 "s".
+    // Which fields the pattern has: 1 "y", 2 "M", 4 "d", 8 "K" or "h", 16 "H" or "k", 32 "a", 64 "m",
+    // 128 "s".
     unsigned int GetDateTimeFormatComponents() const;
     // Year, month and day of month are all there.
     bool IsCompleteDateFormat() const;
     // Hour and minute and second are all there, and AM or PM where the hour needs it.
     bool IsCompleteTimeOfDayFormat() const;
 
-    // The items as bytes: their number as unsigned int, then for each the literal flag, the repeat count seven bits
-    // per byte, and the character in UTF-8.
+    // The items as bytes: their number as unsigned int, then for each the literal flag, the repeat count
+    // seven bits per byte, and the character in UTF-8.
     void SaveDateTimeFormat(CBinaryOutput& output) const;
-    // Replaces the items by those that were saved; none leave the old ones. Throws EOFException when the bytes end
-    // too early, and std::logic_error "date and time format error" for a repeat count below 1 or a character that
-    // Unicode does not have; this object is then as it was.
+    // Replaces the items by those that were saved; none leave the old ones. Throws EOFException when the
+    // bytes end too early, and std::logic_error "date and time format error" for a repeat count below 1 or a
+    // character that Unicode does not have; this object is then as it was.
     void LoadDateTimeFormat(CBinaryInput& input);
 
     // The parts of FormatDateTime().

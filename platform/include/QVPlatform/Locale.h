@@ -1,12 +1,14 @@
 // CQVLocale - whose language and customs texts follow.
 //
-// A locale has a name ("de-AT") that is kept, stored and sent as it is, and the language that it means for the
-// texts of modules: German for every name whose language is "de", English for all others. Default: "en-US".
+// A locale has a name ("de-AT") that is kept, stored and sent as it is, and the language that it means for
+// the texts of modules: German for every name whose language is "de", English for all others. Default:
+// "en-US".
 //
-// Names:    a language of 2 to 8 letters, then any number of subtags of 1 to 8 letters and digits behind "-" or
-//           "_", 35 characters at most ("de", "de-DE", "zh-Hans-CN": BCP 47), also as the system writes them,
-//           with a code set and a modifier that are dropped ("de_DE.UTF-8", "ca_ES@valencia"). "C" and "POSIX"
-//           are the default. Upper and lower case are the same; GetLocaleName() has them as is customary.
+// Names:    a language of 2 to 8 letters, then any number of subtags of 1 to 8 letters and digits behind "-"
+//           or "_", 35 characters at most ("de", "de-DE", "zh-Hans-CN": BCP 47), also as the system writes
+//           them, with a code set and a modifier that are dropped ("de_DE.UTF-8", "ca_ES@valencia"). "C" and
+//           "POSIX" are the default. Upper and lower case are the same; GetLocaleName() has them as
+//           is customary.
 // Threads:  a value; one thread at a time.
 #pragma once
 
@@ -32,8 +34,9 @@ public:
     // False, and nothing changed, unless the name is formed as said above. Whether anybody lives there is not
     // asked: a client's locale survives being stored by a server that has no texts for it.
     bool SetFromLocaleName(std::string_view name);
-    // The locale that the user of this process has chosen for dates and messages: the first of the environment's
-    // LC_ALL, LC_TIME, LC_MESSAGES and LANG that is not empty. Without one, or when it is no name, the default.
+    // The locale that the user of this process has chosen for dates and messages: the first of the
+    // environment's LC_ALL, LC_TIME, LC_MESSAGES and LANG that is not empty. Without one, or when it is no
+    // name, the default.
     void SetFromCurrentUser();
 
 private:

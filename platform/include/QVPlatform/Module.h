@@ -1,4 +1,5 @@
-// CQVModule - a program module's resources: texts by number and language, and files compiled into the program.
+// CQVModule - a program module's resources: texts by number and language, and files compiled into the
+// program.
 //
 // A module's resources are tables that the program holds as constants and hands to the module. A module
 // that is itself defined `constinit` can therefore be used by the constructors of other static objects.

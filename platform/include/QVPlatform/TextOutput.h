@@ -54,8 +54,8 @@ public:
     void WriteString(const qvstring& text) {
         WriteString(text.data(), static_cast<unsigned int>(text.size()));
     }
-    // The same for text that is known to be well-formed and without line feeds, as formatted numbers and times are:
-    // it is not looked at before it goes out.
+    // The same for text that is known to be well-formed and without line feeds, as formatted numbers and
+    // times are: it is not looked at before it goes out.
     void WritePlainText(const char* text, unsigned int length);
     // `count` copies of one code point; 10 ends the line.
     void WriteCodePoints(unsigned int count, int codePoint);

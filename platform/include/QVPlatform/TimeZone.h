@@ -5,17 +5,18 @@
 //         log.PrintError("Time zone '%s' is unknown, times are in %s", ...);
 //     const CQVTimestamp local = zone.ToLocalTime(time);
 //
-// Names:    those of the tz database, upper and lower case as there: "Europe/Berlin", "Asia/Kolkata", "Etc/GMT-5",
-//           "UTC". "UTC" and "Etc/UTC" are known on machines without the database too. Everything that means
-//           something on one machine only, or is no name, is unknown: "localtime", "posix/..." and "right/...",
-//           rules as in POSIX's TZ, offsets, paths.
-// Database: the folder that the environment's TZDIR names, else /usr/share/zoneinfo. A zone is read from it once
-//           in a process's life; after an update of the database, programs keep what they have until they are
-//           started again. Rules that go on for ever are followed for ever.
-// Memory:   zones that were read are never freed (some tens of kilobytes each), so there are at most as many as
-//           the database has. Unknown names cost nothing, so any number of them may come from outside.
-// Cost:     ToLocalTime() takes a few nanoseconds as long as times fall between the same two changes of the zone's
-//           clocks (these are remembered), a binary search otherwise; times from the year 2200 on take longer.
+// Names:    those of the tz database, upper and lower case as there: "Europe/Berlin", "Asia/Kolkata",
+//           "Etc/GMT-5", "UTC". "UTC" and "Etc/UTC" are known on machines without the database too.
+//           Everything that means something on one machine only, or is no name, is unknown: "localtime",
+//           "posix/..." and "right/...", rules as in POSIX's TZ, offsets, paths.
+// Database: the folder that the environment's TZDIR names, else /usr/share/zoneinfo. A zone is read from it
+//           once in a process's life; after an update of the database, programs keep what they have until
+//           they are started again. Rules that go on for ever are followed for ever.
+// Memory:   zones that were read are never freed (some tens of kilobytes each), so there are at most as many
+//           as the database has. Unknown names cost nothing, so any number of them may come from outside.
+// Cost:     ToLocalTime() takes a few nanoseconds as long as times fall between the same two changes of the
+//           zone's clocks (these are remembered), a binary search otherwise; times from the year 2200 on take
+//           longer.
 // Threads:  any thread may use a zone that none changes.
 #pragma once
 
@@ -48,8 +49,8 @@ public:
     // The name as it was given. Valid for the life of the process.
     const qvstring& GetIANATimeZoneName() const;
 
-    // The time on the zone's clocks, as a time stamp whose calendar fields are the local ones. Results outside the
-    // 64-bit range become its ends.
+    // The time on the zone's clocks, as a time stamp whose calendar fields are the local ones. Results
+    // outside the 64-bit range become its ends.
     CQVTimestamp ToLocalTime(CQVTimestamp time) const {
         long long local;
         if (__builtin_add_overflow(time.GetValue(), GetOffset(time.GetValue()), &local))

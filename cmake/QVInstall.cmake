@@ -30,7 +30,7 @@ if(BUILD_SHARED_LIBS)
 else()
   # A static library brings none of its own needs along, so they belong on every link line.
   set(private "")
-  set(static_needs ", zlib")
+  set(static_needs ", libssl, libcrypto, zlib")
 endif()
 foreach(name QVPlatform QVLib)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${name}.pc @ONLY)

@@ -25,6 +25,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"tests/support/SmallStack.cpp", ""},
     {"QVLib/BinaryStreams/", "zlib.h"},
     {"QVLib/Tls/", "openssl/"},
+    {"tests/Tls/", "openssl/"},
     {"tools/", "CLI/"},
     {"tests/", "gtest/"},
     {"tests/", "gmock/"},

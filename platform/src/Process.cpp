@@ -1,10 +1,12 @@
 #include <QVPlatform/Process.h>
 
 #include "StopEvent.h"
+#include "SystemCalls.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -67,6 +69,14 @@ bool qv_sleep_until(CQVTimestamp deadline) {
         ::ppoll(&event, 1, &time, nullptr);
     }
     return false;
+}
+
+int qv_read_standard_input(void* buffer, unsigned int size, int& error) {
+    const ssize_t got = qv_retry_interrupted(
+        [&] { return ::read(STDIN_FILENO, buffer, std::min<unsigned int>(size, INT_MAX)); });
+    if (got < 0)
+        error = errno;
+    return static_cast<int>(got);
 }
 
 bool qv_is_terminal(int stream) {

@@ -156,6 +156,14 @@ int QVSerialDevice::Write(int handle, const void* data, unsigned int size, int& 
                    error);
 }
 
+int QVSerialDevice::GetUnsent(int handle, unsigned int& bytes) {
+    int count = 0;
+    const int error = ErrorOf(qv_system().ioctl(handle, TIOCOUTQ, &count));
+    if (error == 0)
+        bytes = static_cast<unsigned int>(count);
+    return error;
+}
+
 int QVSerialDevice::SendBreak(int handle) {
     return ErrorOf(qv_system().tcsendbreak(handle, 0));
 }

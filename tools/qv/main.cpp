@@ -5,6 +5,7 @@
 #include "Format.h"
 #include "History.h"
 #include "Json.h"
+#include "Serial.h"
 #include "Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -34,6 +35,7 @@ int main(int argc, char** argv) {
         AddFormatCommands(app, context);
         AddHistoryCommands(app, context);
         AddJsonCommands(app, context);
+        AddSerialCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

@@ -14,6 +14,10 @@ bool qv_stop_requested();
 // false when the program should stop.
 bool qv_sleep_until(CQVTimestamp deadline);
 
+// Reads what the standard input holds, at most `size` bytes, waiting for the first; 0 at its end, -1 with
+// `error` on a failure. For waits its descriptor is 0. Not to be mixed with the C library's streams.
+int qv_read_standard_input(void* buffer, unsigned int size, int& error);
+
 // True when the standard output (1) or error (2) stream is a terminal.
 bool qv_is_terminal(int stream);
 // The width of that terminal in columns; 80 when it is none or does not say.

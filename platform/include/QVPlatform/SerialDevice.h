@@ -94,6 +94,8 @@ public:
     // The number of bytes moved. Reading gives 0 when the other side has hung up.
     static int Read(int handle, void* buffer, unsigned int size, int& error);
     static int Write(int handle, const void* data, unsigned int size, int& error);
+    // How many of the bytes written are still to be sent (a pseudo terminal keeps none).
+    static int GetUnsent(int handle, unsigned int& bytes);
     // Holds the line in the break state for a quarter to half of a second, and waits for that.
     static int SendBreak(int handle);
 };

@@ -122,12 +122,14 @@ bool CBinaryOutputFile::OpenDirect(const CQVFilePath& path) {
     return FinishOpening(m_pFile->OpenFileForWrite(m_TargetPath));
 }
 
-bool CBinaryOutputFile::OpenTransacted(const CQVFilePath& path) {
-    BeginFile(path);
-    m_TemporaryPath = path;
+bool CBinaryOutputFile::OpenTransacted(const CQVFilePath& path, unsigned int newMode) {
+    BeginFile(path.FollowLinks());
+    m_TemporaryPath = m_TargetPath;
     m_TemporaryPath.AppendName("Temp");
-    // Anybody can guess the name: a link put there must not lead the output elsewhere.
-    return FinishOpening(m_pFile->OpenFileForWriteNoFollow(m_TemporaryPath));
+    // Anybody can guess the name: a link put there must not lead the output elsewhere. Nobody else may read what
+    // will take over the permissions of its predecessor.
+    const unsigned int mode = m_TargetPath.FileExists() ? newMode & 0600 : newMode;
+    return FinishOpening(m_pFile->OpenFileForWriteNoFollow(m_TemporaryPath, mode));
 }
 
 bool CBinaryOutputFile::Write(const void* data, unsigned int count) {

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr const char* BinaryFileName = "Rights.qvusr";
+constexpr unsigned int NewFileMode = 0640;
 
 void LogError(const CQVError& failed, COutputLog* log) {
     char text[256];
@@ -110,7 +111,7 @@ bool CSecuritySettings::ParseTextFile(const CQVFilePath& path, COutputLog* log) 
 bool CSecuritySettings::SaveTextFile(const CQVFilePath& path, COutputLog* log) const {
     log->Print("Saving file '%s'...", path.GetPathCStr());
     CTextOutputFile out;
-    if (!out.OpenTextFileForReplace(path)) {
+    if (!out.OpenTextFileForReplace(path, NewFileMode)) {
         log->Print("Error opening file");
         LogOpeningError(out, log);
         return false;
@@ -145,7 +146,7 @@ bool CSecuritySettings::LoadBinaryFile(const CQVFilePath& path, bool& changed, C
 bool CSecuritySettings::SaveBinaryFile(const CQVFilePath& path, COutputLog* log) const {
     log->Print("Saving file '%s'...", path.GetPathCStr());
     CBinaryOutputFile out(BinaryStringLengthUTF8Character);
-    if (!out.OpenTransacted(path)) {
+    if (!out.OpenTransacted(path, NewFileMode)) {
         log->Print("Error opening file");
         LogOpeningError(out, log);
         return false;

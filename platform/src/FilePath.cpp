@@ -1,6 +1,7 @@
 #include <QVPlatform/FilePath.h>
 
 #include "SystemCalls.h"
+#include <climits>
 
 namespace {
 
@@ -27,6 +28,24 @@ void AppendComponent(qvstring& path, const qvstring& name) {
     const size_t start = name.find_first_not_of('/');
     if (start != qvstring::npos)
         path.append(name, start);
+}
+
+// Gives `file` the permissions of `model`, where that exists, and its owner if the system lets us. Returns an
+// errno, 0 for success.
+int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model) {
+    struct stat wanted, present;
+    if (qv_system().stat(model.GetPathCStr(), &wanted) != 0)
+        return errno == ENOENT ? 0 : errno;
+    if (qv_system().stat(file.GetPathCStr(), &present) != 0)
+        return errno;
+    // A member of the group may pass on that alone. Who may do neither becomes the owner.
+    if ((wanted.st_uid != present.st_uid || wanted.st_gid != present.st_gid) &&
+        qv_system().chown(file.GetPathCStr(), wanted.st_uid, wanted.st_gid) != 0)
+        qv_system().chown(file.GetPathCStr(), UINT_MAX, wanted.st_gid);
+    const unsigned int mode = wanted.st_mode & 0777;
+    if (mode != (present.st_mode & 0777) && qv_system().chmod(file.GetPathCStr(), mode) != 0)
+        return errno;
+    return 0;
 }
 
 // Returns the errno of the step that failed, 0 when the new name will survive a power cut.
@@ -77,6 +96,25 @@ CQVFilePath CQVFilePath::GetFolder() const {
     return CQVFilePath(m_Path.starts_with('/') ? "/" : ".");
 }
 
+CQVFilePath CQVFilePath::FollowLinks() const {
+    constexpr int MaxLinks = 40; // as many as the system follows; more are a circle
+    CQVFilePath path(m_Path);
+    for (int i = 0; i < MaxLinks; ++i) {
+        char target[PATH_MAX];
+        const ssize_t length = qv_system().readlink(path.GetPathCStr(), target, sizeof target);
+        if (length <= 0 || static_cast<size_t>(length) == sizeof target)
+            return path;
+        const qvstring text(target, static_cast<size_t>(length));
+        if (text.front() == '/') {
+            path.m_Path = text;
+        } else {
+            path = path.GetFolder();
+            path.AppendFileName(text);
+        }
+    }
+    return path;
+}
+
 bool CQVFilePath::FileExists() const {
     struct stat status;
     return qv_system().stat(m_Path.c_str(), &status) == 0;
@@ -108,7 +146,9 @@ bool CQVFilePath::RenameFile(const CQVFilePath& target) {
 }
 
 bool CQVFilePath::ReplaceFileWith(const CQVFilePath& replacement) {
-    const int error = RenameDurably(replacement, *this);
+    int error = TakeOverAccess(replacement, *this);
+    if (error == 0)
+        error = RenameDurably(replacement, *this);
     if (error != 0)
         SetLastError(error);
     return error == 0;

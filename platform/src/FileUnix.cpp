@@ -210,14 +210,31 @@ unsigned long long QVFileUnix::WriteRecords(const QVRecordRun* runs, unsigned in
     return written / recordSize;
 }
 
-bool QVFileUnix::OpenFileForWriteNoFollow(const CQVFilePath& path) {
-    return OpenOrCreate(path, O_WRONLY | O_TRUNC | O_NOFOLLOW);
+// What is there may have been left by a program that was interrupted, with other permissions than these, or be
+// another name of a file that is none of our business.
+bool QVFileUnix::OpenFileForWriteNoFollow(const CQVFilePath& path, unsigned int mode) {
+    const int errorBefore = GetLastError();
+    constexpr int Flags = O_WRONLY | O_CREAT | O_EXCL;
+    if (!Open(path, Flags, mode)) {
+        char target;
+        if (GetLastError() != EEXIST)
+            return false;
+        if (qv_system().readlink(path.GetPathCStr(), &target, 1) >= 0)
+            return Fail(ELOOP);
+        if (qv_system().unlink(path.GetPathCStr()) != 0)
+            return Fail(errno);
+        if (!Open(path, Flags, mode))
+            return false;
+        SetLastError(errorBefore);
+    }
+    m_bWritten = m_bCreated = true;
+    return true;
 }
 
-bool QVFileUnix::Open(const CQVFilePath& path, int flags) {
+bool QVFileUnix::Open(const CQVFilePath& path, int flags, unsigned int mode) {
     CloseFile();
     m_Descriptor =
-        qv_retry_interrupted([&] { return qv_system().open(path.GetPathCStr(), flags | O_CLOEXEC, 0666); });
+        qv_retry_interrupted([&] { return qv_system().open(path.GetPathCStr(), flags | O_CLOEXEC, mode); });
     if (m_Descriptor < 0)
         return Fail(errno);
     m_Path = path;

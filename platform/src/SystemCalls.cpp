@@ -28,6 +28,9 @@ dirent* ReadFolder(void* folder) {
 int CloseFolder(void* folder) {
     return ::closedir(static_cast<DIR*>(folder));
 }
+int ChangeMode(const char* path, unsigned int mode) {
+    return ::chmod(path, mode);
+}
 int ControlDevice(int descriptor, unsigned long request, void* argument) {
     return ::ioctl(descriptor, request, argument);
 }
@@ -51,6 +54,9 @@ constexpr QVSystemCalls RealSystem = {
     .readdir = ReadFolder,
     .closedir = CloseFolder,
     .flock = ::flock,
+    .readlink = ::readlink,
+    .chmod = ChangeMode,
+    .chown = ::chown,
     .ioctl = ControlDevice,
     .tcgetattr = ::tcgetattr,
     .tcsetattr = ::tcsetattr,

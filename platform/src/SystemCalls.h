@@ -36,6 +36,9 @@ struct QVSystemCalls {
     dirent* (*readdir)(void* folder);
     int (*closedir)(void* folder);
     int (*flock)(int descriptor, int operation);
+    ssize_t (*readlink)(const char* path, char* buffer, size_t size);
+    int (*chmod)(const char* path, unsigned int mode);
+    int (*chown)(const char* path, unsigned int user, unsigned int group);
     int (*ioctl)(int descriptor, unsigned long request, void* argument);
     int (*tcgetattr)(int descriptor, struct termios* attributes);
     int (*tcsetattr)(int descriptor, int when, const struct termios* attributes);

@@ -19,12 +19,14 @@ bool CTextOutputFile::OpenTextFileForWrite(const CQVFilePath& path) {
     return FinishOpening(m_pFile->OpenFileForWrite(m_TargetPath));
 }
 
-bool CTextOutputFile::OpenTextFileForReplace(const CQVFilePath& path) {
+bool CTextOutputFile::OpenTextFileForReplace(const CQVFilePath& path, unsigned int newMode) {
     Abandon();
-    m_TargetPath = m_TemporaryPath = path;
+    m_TargetPath = m_TemporaryPath = path.FollowLinks();
     m_TemporaryPath.AppendName("Temp");
-    // Anybody can guess the name: a link put there must not lead the output elsewhere.
-    return FinishOpening(m_pFile->OpenFileForWriteNoFollow(m_TemporaryPath));
+    // Anybody can guess the name: a link put there must not lead the output elsewhere. Nobody else may read what
+    // will take over the permissions of its predecessor.
+    const unsigned int mode = m_TargetPath.FileExists() ? newMode & 0600 : newMode;
+    return FinishOpening(m_pFile->OpenFileForWriteNoFollow(m_TemporaryPath, mode));
 }
 
 bool CTextOutputFile::WriteBytes(const unsigned char* data, unsigned int count) {

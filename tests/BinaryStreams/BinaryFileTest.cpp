@@ -241,6 +241,20 @@ TEST_F(BinaryFiles, FailedTransactionLeavesTheTarget) {
     }
 }
 
+TEST_F(BinaryFiles, CommitKeepsLinkAndPermissions) {
+    std::filesystem::create_symlink("target", m_Folder.File("link").GetPath());
+    for (const unsigned int mode : {0600u, 0604u}) {
+        CBinaryOutputFile output(Mode);
+        ASSERT_TRUE(output.OpenTransacted(m_Folder.File("link"), 0600));
+        output << mode;
+        ASSERT_TRUE(output.CloseAndCommitTransactedFile(&m_Log));
+        const std::string target = m_Folder.File("target").GetPath();
+        EXPECT_TRUE(std::filesystem::is_symlink(m_Folder.File("link").GetPath()));
+        EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
+        std::filesystem::permissions(target, static_cast<std::filesystem::perms>(0604));
+    }
+}
+
 TEST_F(BinaryFiles, FailedRenameCanBeTriedAgain) {
     for (const bool bExists : {false, true}) {
         CBinaryOutputFile output(Mode);

@@ -267,11 +267,11 @@ TEST(FileUnix, LinksAndLocks) {
     std::filesystem::create_symlink("missing", folder.File("dangling").GetPath());
     QVFileUnix file;
     for (const char* name : {"link", "dangling"}) {
-        EXPECT_FALSE(file.OpenFileForWriteNoFollow(folder.File(name)));
+        EXPECT_FALSE(file.OpenFileForWriteNoFollow(folder.File(name), 0666));
         EXPECT_EQ(file.GetLastError(), ELOOP);
     }
     EXPECT_EQ(folder.Read("target"), "precious");
-    EXPECT_TRUE(file.OpenFileForWriteNoFollow(folder.File("fresh")) && WriteText(file, "x"));
+    EXPECT_TRUE(file.OpenFileForWriteNoFollow(folder.File("fresh"), 0666) && WriteText(file, "x"));
     EXPECT_TRUE(file.OpenFileForWrite(folder.File("dangling")) && WriteText(file, "through"));
     EXPECT_EQ(folder.Read("missing"), "through");
 

@@ -2,6 +2,7 @@
 #include <QVPlatform/TextOutputFile.h>
 #include <QVPlatform/TextOutputToOutputLog.h>
 #include <cstring>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -334,6 +335,72 @@ TEST(TextOutputFile, AFailureAnywhereLeavesTheOldTextOrTheNewAndIsTold) {
         if (!bFailed)
             break;
     }
+}
+
+TEST(TextOutputFile, AReplacementIsAsAccessibleAsItsPredecessor) {
+    using std::filesystem::perms;
+    const auto modeOf = [](const TemporaryFolder& folder, const char* name) {
+        return std::filesystem::status(folder.File(name).GetPath()).permissions();
+    };
+    for (const unsigned int mode : {0400u, 0600u, 0640u, 0664u, 0666u}) {
+        const TemporaryFolder folder;
+        folder.Write("a.txtTemp", "left by somebody");
+        std::filesystem::permissions(folder.File("a.txtTemp").GetPath(), perms::all);
+        CTextOutputFile file;
+        ASSERT_TRUE(file.OpenTextFileForReplace(folder.File("a.txt"), 0600));
+        ASSERT_TRUE(file.CloseTextFile());
+        EXPECT_EQ(modeOf(folder, "a.txt"), static_cast<perms>(0600));
+        std::filesystem::permissions(folder.File("a.txt").GetPath(), static_cast<perms>(mode));
+        ASSERT_TRUE(file.OpenTextFileForReplace(folder.File("a.txt")));
+        EXPECT_EQ(modeOf(folder, "a.txtTemp"), static_cast<perms>(0600));
+        file.WriteString("x");
+        ASSERT_TRUE(file.CloseTextFile());
+        EXPECT_EQ(modeOf(folder, "a.txt"), static_cast<perms>(mode));
+    }
+}
+
+// Only root may give files away; everybody else becomes the owner, and the text is replaced all the same.
+TEST(TextOutputFile, AReplacementMayChangeHands) {
+    const TemporaryFolder folder;
+    folder.Write("a.txt", "former");
+    const QVSystemCalls& real = qv_real_system();
+    if (real.chown(folder.File("a.txt").GetPathCStr(), 12345, 23456) != 0)
+        GTEST_SKIP() << "takes root";
+    struct stat status;
+    for (const unsigned int refused : {0u, 1u, 2u}) {
+        FaultSystemCalls system;
+        if (refused == 1) // the group may be passed on
+            system.FailAt(SystemCall::ChangeOwner, 1, EPERM);
+        if (refused == 2)
+            system.FailFrom(SystemCall::ChangeOwner, 1, EPERM);
+        CTextOutputFile file;
+        ASSERT_TRUE(file.OpenTextFileForReplace(folder.File("a.txt")));
+        ASSERT_TRUE(file.CloseTextFile());
+        ASSERT_EQ(real.stat(folder.File("a.txt").GetPathCStr(), &status), 0);
+        EXPECT_EQ(status.st_uid, refused == 0 ? 12345u : 0u);
+        EXPECT_EQ(status.st_gid, refused < 2 ? 23456u : 0u);
+    }
+}
+
+TEST(TextOutputFile, ALinkStaysALink) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder.File("real").GetPath());
+    std::filesystem::create_symlink("second", folder.File("first").GetPath());
+    std::filesystem::create_symlink(folder.File("real/a.txt").GetPath(), folder.File("second").GetPath());
+    for (const char* const text : {"new", "replaced"}) { // the link leads nowhere at first
+        CTextOutputFile file;
+        ASSERT_TRUE(file.OpenTextFileForReplace(folder.File("first")));
+        file.WriteString(text);
+        ASSERT_TRUE(file.CloseTextFile());
+        EXPECT_EQ(folder.Read("real/a.txt"), text);
+        EXPECT_TRUE(std::filesystem::is_symlink(folder.File("first").GetPath()));
+        EXPECT_THAT(folder.List("real"), testing::ElementsAre("a.txt"));
+    }
+    std::filesystem::create_symlink("circle", folder.File("circle").GetPath());
+    CTextOutputFile file;
+    file.OpenTextFileForReplace(folder.File("circle"));
+    EXPECT_FALSE(file.CloseTextFile());
+    EXPECT_EQ(file.GetLastError(), ELOOP);
 }
 
 // ---- Logs ----

@@ -20,8 +20,8 @@ public:
     bool OpenFileForRead(const CQVFilePath& path, bool bLock) override {
         return OpenWith([&] { return m_pFile->OpenFileForRead(path, bLock); });
     }
-    bool OpenFileForWriteNoFollow(const CQVFilePath& path) override {
-        return OpenWith([&] { return m_pFile->OpenFileForWriteNoFollow(path); });
+    bool OpenFileForWriteNoFollow(const CQVFilePath& path, unsigned int mode) override {
+        return OpenWith([&] { return m_pFile->OpenFileForWriteNoFollow(path, mode); });
     }
 
     bool CloseFile() override {

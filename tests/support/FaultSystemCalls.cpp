@@ -124,6 +124,18 @@ struct FaultTable {
         return Do(OnDescriptor(SystemCall::Lock, "flock", descriptor), -1,
                   [&](size_t) { return Real().flock(descriptor, operation); });
     }
+    static ssize_t ReadLink(const char* path, char* buffer, size_t size) {
+        return Do(OnPath(SystemCall::ReadLink, "readlink", path), ssize_t{-1},
+                  [&](size_t) { return Real().readlink(path, buffer, size); });
+    }
+    static int ChangeMode(const char* path, unsigned int mode) {
+        return Do(OnPath(SystemCall::ChangeMode, "chmod", path), -1,
+                  [&](size_t) { return Real().chmod(path, mode); });
+    }
+    static int ChangeOwner(const char* path, unsigned int user, unsigned int group) {
+        return Do(OnPath(SystemCall::ChangeOwner, "chown", path), -1,
+                  [&](size_t) { return Real().chown(path, user, group); });
+    }
     static int ControlDevice(int descriptor, unsigned long request, void* argument) {
         return Do(OnDescriptor(SystemCall::Control, "ioctl", descriptor), -1,
                   [&](size_t) { return Real().ioctl(descriptor, request, argument); });
@@ -164,6 +176,9 @@ struct FaultTable {
         .readdir = ReadFolder,
         .closedir = CloseFolder,
         .flock = Lock,
+        .readlink = ReadLink,
+        .chmod = ChangeMode,
+        .chown = ChangeOwner,
         .ioctl = ControlDevice,
         .tcgetattr = GetAttributes,
         .tcsetattr = SetAttributes,

@@ -41,20 +41,24 @@ struct SystemCall {
     static constexpr unsigned int ReadFolder = 1u << 15;
     static constexpr unsigned int CloseFolder = 1u << 16;
     static constexpr unsigned int Lock = 1u << 17;
+    static constexpr unsigned int ReadLink = 1u << 24;
+    static constexpr unsigned int ChangeMode = 1u << 25;
+    static constexpr unsigned int ChangeOwner = 1u << 26;
     static constexpr unsigned int Control = 1u << 19; // ioctl
     static constexpr unsigned int GetAttributes = 1u << 20;
     static constexpr unsigned int SetAttributes = 1u << 21;
     static constexpr unsigned int Discard = 1u << 22; // tcflush
     static constexpr unsigned int SendBreak = 1u << 23;
     static constexpr unsigned int Terminals = Control | GetAttributes | SetAttributes | Discard | SendBreak;
-    static constexpr unsigned int All = ((1u << 18) - 1) | Terminals;
+    static constexpr unsigned int All = ((1u << 18) - 1) | ReadLink | ChangeMode | ChangeOwner | Terminals;
 
     // Calls that change what is on the disk. Open is counted and refused only when it would write or create.
     static constexpr unsigned int OpenToChange = 1u << 18;
     static constexpr unsigned int Changes =
-        OpenToChange | Write | Writev | Truncate | Erase | Rename | MakeFolder | SyncData | Sync;
+        OpenToChange | Write | Writev | Truncate | Erase | Rename | MakeFolder | ChangeMode | SyncData | Sync;
     // Calls that look for a path.
-    static constexpr unsigned int Paths = Open | Stat | Erase | Rename | MakeFolder | OpenFolder;
+    static constexpr unsigned int Paths =
+        Open | Stat | Erase | Rename | MakeFolder | OpenFolder | ReadLink | ChangeMode | ChangeOwner;
 };
 
 class FaultSystemCalls {

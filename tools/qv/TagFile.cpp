@@ -117,12 +117,12 @@ const TagFile::Tag& TagFile::Insert(Tag tag) {
 void TagFile::Save() {
     if (!m_bChanged)
         return;
-    CQVFilePath temporary(m_Path);
+    CQVFilePath path = CQVFilePath(m_Path).FollowLinks();
+    CQVFilePath temporary = path;
     temporary.AppendName(".new");
-    CQVFilePath path(m_Path);
     QVFileUnix file;
     int error = 0;
-    if (!file.OpenFileForWriteNoFollow(temporary) ||
+    if (!file.OpenFileForWriteNoFollow(temporary, 0666) ||
         !file.WriteBytes(m_Text.data(), static_cast<unsigned int>(m_Text.size())) || !file.CloseFile())
         error = file.GetLastError();
     else if (!path.ReplaceFileWith(temporary))

@@ -83,8 +83,10 @@ public:
     // Writes `path` itself, which is emptied or created.
     bool OpenDirect(const CQVFilePath& path);
     // Writes a file beside `path`, named like it with "Temp" appended. A symbolic link of that name is not
-    // followed: opening fails. `path` stays untouched until CloseAndCommitTransactedFile().
-    bool OpenTransacted(const CQVFilePath& path);
+    // followed: opening fails. `path` stays untouched until CloseAndCommitTransactedFile(). Where `path` is a
+    // symbolic link, the target is the file to which it leads. The permissions of a former file are kept, and its
+    // owner as far as the process may give files away; a file that is new gets `newMode`, less the umask.
+    bool OpenTransacted(const CQVFilePath& path, unsigned int newMode = 0666);
 
     // Appends. False leaves the bytes out, and the file can then no longer be committed. After a failed write
     // of more than 1,024 bytes, of which the file may hold a part, every flush fails until a file is opened.

@@ -32,6 +32,10 @@ public:
     // The path without its last component; "." when there is only one, "/" for a file in the root.
     CQVFilePath GetFolder() const;
 
+    // Where the path leads when its last component is a symbolic link, or several in a row; otherwise the path
+    // itself. Nothing need be there.
+    CQVFilePath FollowLinks() const;
+
     // True when something exists under the path that could be examined.
     bool FileExists() const;
     // Removes a file (not a folder).
@@ -45,8 +49,10 @@ public:
     // renaming at most, never the contents of either file. When the folder cannot be synced the answer is
     // false, but the new name is in force.
     bool RenameFile(const CQVFilePath& target);
-    // Puts `replacement` in the place of this file, in one step; its own name is then gone. The error of a
-    // failure is left in this path. Durable as RenameFile().
+    // Puts `replacement` in the place of this file, in one step; its own name is then gone. Where this file
+    // exists, the replacement first takes over its permissions, and its owner and group as far as this process
+    // may give files away. A path that is a symbolic link is itself replaced; see FollowLinks(). The error of
+    // a failure is left in this path. Durable as RenameFile().
     bool ReplaceFileWith(const CQVFilePath& replacement);
 
     // Makes the creation, renaming and removal of files in this folder survive a power cut.

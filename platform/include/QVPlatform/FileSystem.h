@@ -65,10 +65,14 @@ public:
     // do better overrides it.
     virtual unsigned long long WriteRecords(const QVRecordRun* runs, unsigned int runCount,
                                             unsigned int recordSize);
-    // OpenFileForWrite() for a file whose name others can guess, such as a temporary beside its target: fails
-    // (ELOOP) when the last component of the path is a symbolic link instead of writing through it. This
-    // implementation calls OpenFileForWrite(), for objects that know no links.
-    virtual bool OpenFileForWriteNoFollow(const CQVFilePath& path) { return OpenFileForWrite(path); }
+    // For writing a new file under a name that others can guess, such as a temporary beside its target. One that
+    // is there already is erased, not written to; but opening fails (ELOOP) when it is a symbolic link. The new
+    // file has the permissions `mode` (0640, say) as far as the process's umask allows. This implementation calls
+    // OpenFileForWrite(), for objects that know neither links nor permissions.
+    virtual bool OpenFileForWriteNoFollow(const CQVFilePath& path, unsigned int mode) {
+        (void)mode;
+        return OpenFileForWrite(path);
+    }
 
     // Reads like ReadBytes(), without a virtual call while the object's read buffer holds `count` bytes.
     bool ReadBuffered(void* buffer, unsigned int count, unsigned int& got) {
@@ -146,10 +150,10 @@ public:
     // back to whole records where the system let it.
     unsigned long long WriteRecords(const QVRecordRun* runs, unsigned int runCount,
                                     unsigned int recordSize) override;
-    bool OpenFileForWriteNoFollow(const CQVFilePath& path) override;
+    bool OpenFileForWriteNoFollow(const CQVFilePath& path, unsigned int mode) override;
 
 private:
-    bool Open(const CQVFilePath& path, int flags);
+    bool Open(const CQVFilePath& path, int flags, unsigned int mode = 0666);
     bool OpenOrCreate(const CQVFilePath& path, int flags);
     bool Fail(int error);
     void DropBuffer();

@@ -36,8 +36,10 @@ public:
     bool OpenTextFileForWrite(const CQVFilePath& path);
     // Writes a file beside `path`, named like it with "Temp" appended; a symbolic link of that name is not
     // followed, opening fails. `path` stays untouched until CloseTextFile() puts the complete file in its
-    // place, in one step that also survives a power cut.
-    bool OpenTextFileForReplace(const CQVFilePath& path);
+    // place, in one step that also survives a power cut. Where `path` is a symbolic link, that is the place of
+    // the file to which it leads. The permissions of the former file are kept, and its owner as far as the
+    // process may give files away; a file that is new gets `newMode`, less the process's umask.
+    bool OpenTextFileForReplace(const CQVFilePath& path, unsigned int newMode = 0666);
 
     // False when no file is open, and from the first failure on.
     bool WriteBytes(const unsigned char* data, unsigned int count) override;

@@ -155,9 +155,9 @@ TEST(TextInputEncoded, MarksTellTheEncoding) {
 TEST(TextInputEncoded, EveryPrefixDecodesAsFarAsItsCharactersAreWhole) {
     const std::u32string text = U"a\r\n\u00E9\r\u2028\u6E29\n\U0001F525z";
     for (int encoding = 0; encoding < 6; ++encoding) {
-        string bytes = Encode(text, encoding);
-        for (const char* const tail : {"", "\xED\xA0\x80", "\xF7\xBF\x3F", "\xD8\x41", "\x00\xDC\x41\xD8"}) {
-            const string all = bytes + string(tail, tail[0] ? strlen(tail) : 4);
+        const string bytes = Encode(text, encoding);
+        for (const string& tail : {""s, "\xED\xA0\x80"s, "\xF7\xBF\x3F"s, "\xD8\x41"s, "\x00\xDC\x41\xD8"s}) {
+            const string all = bytes + tail;
             for (size_t length = Encode(U"", encoding).size(); length <= all.size(); ++length) {
                 const string cut = all.substr(0, length);
                 TextInputFromRawData input = OfBytes(cut);

@@ -46,6 +46,7 @@ PamStack::PamStack() : m_Modules(FindModules()), m_Users("root:x:0:0:root:/root:
     std::filesystem::create_directory(m_Folder.File("services").GetPath());
     AddService("qvlib", "auth required PASSWORDS\naccount required PASSWORDS\n");
     AddService("other", "auth required pam_deny.so\naccount required pam_deny.so\n");
+    m_Folder.Write("suppressions", "leak:pam_wrapper/\n"); // its modules forget what they are given
     Write();
 }
 
@@ -94,8 +95,8 @@ std::string PamStack::GetEnvironment() const {
     return "env LD_PRELOAD='" + FindSanitizers() +
            "libpam_wrapper.so libnss_wrapper.so' PAM_WRAPPER=1 PAM_WRAPPER_USE_SYSLOG=1 " +
            "PAM_WRAPPER_SERVICE_DIR='" + folder + "/services' NSS_WRAPPER_PASSWD='" + folder +
-           "/users' NSS_WRAPPER_GROUP='" + folder +
-           "/groups' UID_WRAPPER_DISABLE_DEEPBIND=1 NSS_WRAPPER_DISABLE_DEEPBIND=1 ";
+           "/users' NSS_WRAPPER_GROUP='" + folder + "/groups' LSAN_OPTIONS='suppressions=" + folder +
+           "/suppressions' UID_WRAPPER_DISABLE_DEEPBIND=1 NSS_WRAPPER_DISABLE_DEEPBIND=1 ";
 }
 
 void PamStack::Write() const {

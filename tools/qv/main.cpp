@@ -6,6 +6,7 @@
 #include "History.h"
 #include "Json.h"
 #include "Serial.h"
+#include "Rights.h"
 #include "Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -36,6 +37,7 @@ int main(int argc, char** argv) {
         AddHistoryCommands(app, context);
         AddJsonCommands(app, context);
         AddSerialCommands(app, context);
+        AddRightsCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

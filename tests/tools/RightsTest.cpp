@@ -135,8 +135,8 @@ TEST_F(RightsTool, ExplainAddsUpTheEntriesOfUserAndGroups) {
               "@group299,group,,,Force,,\n"
               ",all of these,Refresh,Write,Force,,\n");
     EXPECT_EQ(Do("rights explain . alice --zone a --csv", stack.GetEnvironment()),
-              "entry,because,rights\n*,everybody who has logged on,Refresh\n@operators,group,Refresh+Write\n"
-              "@group299,group,Refresh\n,all of these,Refresh+Write\n");
+              "entry,because,rights\n*,everybody who has logged on,Refresh\n@operators,group,Write\n"
+              "@group299,group,\n,all of these,Refresh+Write\n");
     EXPECT_EQ(Do("rights explain . Guest --csv"), "entry,because,world,zone_a,zone_b,zone_c,zone_d\nGuest,"
                                                   "guest,,Refresh,,,\n,all of these,,Refresh,,,\n");
     EXPECT_THAT(Run("rights explain . nobody17", stack.GetEnvironment()).m_Error, HasSubstr("knows no user"));

@@ -5,8 +5,8 @@
 #include "Format.h"
 #include "History.h"
 #include "Json.h"
-#include "Serial.h"
 #include "Rights.h"
+#include "Serial.h"
 #include "Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -36,8 +36,8 @@ int main(int argc, char** argv) {
         AddFormatCommands(app, context);
         AddHistoryCommands(app, context);
         AddJsonCommands(app, context);
-        AddSerialCommands(app, context);
         AddRightsCommands(app, context);
+        AddSerialCommands(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

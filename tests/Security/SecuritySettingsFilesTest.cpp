@@ -2,6 +2,7 @@
 #include "support/FaultSystemCalls.h"
 #include "support/TemporaryFolder.h"
 #include <QVPlatform/FilePath.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -208,11 +209,16 @@ TEST(SecuritySettingsFilesTest, EveryEncodingIsReadAndWhatStopsTheReadingIsLogge
     }
 }
 
+std::filesystem::perms ModeOf(const CQVFilePath& path) {
+    return std::filesystem::status(path.GetPath()).permissions();
+}
+
 TEST(SecuritySettingsFilesTest, AnInterruptedSaveLeavesTheOldFileOrTheNewOne) {
     CSecuritySettings before;
     Parse(before, "old: World=Write;");
     CSecuritySettings after;
     Parse(after, "new: World=Full, ZoneA=Write; *: World=Refresh;");
+    constexpr auto Mode = static_cast<std::filesystem::perms>(0604);
     const auto save = [](const CSecuritySettings& settings, const CQVFilePath& path, bool bText,
                          COutputLog* log) {
         return bText ? settings.SaveTextFile(path, log) : settings.SaveBinaryFile(path, log);
@@ -224,6 +230,8 @@ TEST(SecuritySettingsFilesTest, AnInterruptedSaveLeavesTheOldFileOrTheNewOne) {
             const CQVFilePath path = folder.File(bText ? TextName : BinaryName);
             COutputLogNull null;
             ASSERT_TRUE(save(before, path, bText, &null));
+            EXPECT_EQ(ModeOf(path), std::filesystem::perms(0640));
+            std::filesystem::permissions(path.GetPath(), Mode);
             FaultSystemCalls system;
             system.PartFrom(SystemCall::Write | SystemCall::Writev, 1, 7); // dies within the text, too
             system.FailFrom(SystemCall::Changes, n, EIO);
@@ -238,6 +246,7 @@ TEST(SecuritySettingsFilesTest, AnInterruptedSaveLeavesTheOldFileOrTheNewOne) {
             found.InitialiseSecuritySettings(folder.GetFilePath(), true, false, &log);
             EXPECT_TRUE(found == after || (!bSaved && found == before)) << n;
             EXPECT_TRUE(save(after, path, bText, &null));
+            EXPECT_EQ(ModeOf(path), Mode) << n;
             if (bSaved)
                 break;
         }

@@ -4,19 +4,47 @@
 #include <algorithm>
 #include <limits>
 
+namespace {
+
+// The second unit is not checked.
+int FromPair(int first, int second) {
+    return ((first << 10 & 0xFFC00) | (second & 0x3FF)) + 0x10000;
+}
+
+} // namespace
+
 // CTextInputWithEncoding
 
 bool CTextInputWithEncoding::ReadNextCodePoint(int& codePoint) {
     switch (m_Encoding) {
     case TextEncodingUTF16LEWithMark:
     case TextEncodingUTF16LE:
-        return ReadUtf16LE(codePoint);
+        return TakeUtf16(false, codePoint) || ReadUtf16LE(codePoint);
     case TextEncodingUTF16BEWithMark:
     case TextEncodingUTF16BE:
-        return ReadUtf16BE(codePoint);
+        return TakeUtf16(true, codePoint) || ReadUtf16BE(codePoint);
     default:
         return ReadUtf8(codePoint);
     }
+}
+
+// Takes a character that lies in memory for certain; all others are read unit by unit.
+bool CTextInputWithEncoding::TakeUtf16(bool bBigEndian, int& codePoint) {
+    const char* const place = GetWindow();
+    if (m_pBytesEnd - place < 4)
+        return false;
+    const auto unit = [place, bBigEndian](int at) {
+        const int first = static_cast<unsigned char>(place[at]);
+        const int second = static_cast<unsigned char>(place[at + 1]);
+        return bBigEndian ? first << 8 | second : second << 8 | first;
+    };
+    codePoint = unit(0);
+    const bool bPair = codePoint >= 0xD800 && codePoint < 0xDC00;
+    if (bPair)
+        codePoint = FromPair(codePoint, unit(2));
+    const char* const next = place + (bPair ? 4 : 2);
+    SetWindow(next, next);
+    return true;
 }
 
 void CTextInputWithEncoding::SetEncoding(TextEncoding encoding) {
@@ -80,7 +108,7 @@ bool CTextInputWithEncoding::ReadUtf16LE(int& codePoint) {
         return true;
     if (!ReadUint16LE(next))
         return false;
-    codePoint = ((codePoint << 10 & 0xFFC00) | (next & 0x3FF)) + 0x10000;
+    codePoint = FromPair(codePoint, next);
     return true;
 }
 
@@ -92,7 +120,7 @@ bool CTextInputWithEncoding::ReadUtf16BE(int& codePoint) {
         return true;
     if (!ReadUint16BE(next))
         return false;
-    codePoint = ((codePoint << 10 & 0xFFC00) | (next & 0x3FF)) + 0x10000;
+    codePoint = FromPair(codePoint, next);
     return true;
 }
 

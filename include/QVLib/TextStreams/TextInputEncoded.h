@@ -19,7 +19,8 @@
 //             of each. In UTF-16 a high surrogate takes ten bits of the next unit, whatever that is; a lone low
 //             one is delivered as it is.
 // Threads:    one thread per input.
-// Cost:       UTF-8 is read in place through the window of CTextInput. Each unit of UTF-16 costs virtual calls.
+// Cost:       UTF-8 is read in place through the window of CTextInput. Each character of UTF-16
+//             costs a virtual call.
 #pragma once
 
 #include <QVLib/TextStreams/TextInput.h>
@@ -56,6 +57,7 @@ protected:
     // Puts the window on bytes that lie in memory: all of them for UTF-8, none for UTF-16, whose place is then
     // GetWindow() all the same.
     void SetBytes(const char* current, const char* end) {
+        m_pBytesEnd = end;
         SetWindow(current, IsUtf8() && current < end ? end : current);
     }
 
@@ -67,8 +69,11 @@ protected:
     bool ReadUint16BE(int& unit);
 
 private:
+    bool TakeUtf16(bool bBigEndian, int& codePoint);
+
     TextEncoding m_Encoding = TextEncodingUTF8;
     long long m_TextStart = 0;
+    const char* m_pBytesEnd = nullptr; // of the bytes in memory that start at GetWindow()
 };
 
 // Reads a file in blocks of 1,024 bytes. A seek within the block in memory costs nothing, every other one reads a

@@ -173,38 +173,6 @@ bool FormatNumber(const DecimalFormat& format, std::string_view text, CTextOutpu
     return true;
 }
 
-// Writes what was made: to people the text alone, a line each.
-class ResultWriter {
-public:
-    ResultWriter(OutputFormat format, std::vector<Column> columns)
-        : m_bHuman(format == OutputFormat::Human), m_Table(format, std::move(columns)) {}
-
-    bool IsForPeople() const { return m_bHuman; }
-    TableWriter& GetTable() { return m_Table; }
-    void AddLine(std::string_view text) {
-        constexpr std::size_t Enough = 64U << 10;
-        m_Lines.append(text) += '\n';
-        if (m_Lines.size() >= Enough)
-            WriteLines();
-    }
-    void Finish() {
-        if (m_bHuman)
-            WriteLines();
-        else
-            m_Table.Finish();
-    }
-
-private:
-    void WriteLines() {
-        WriteStandardOutput(m_Lines);
-        m_Lines.clear();
-    }
-
-    const bool m_bHuman;
-    TableWriter m_Table;
-    std::string m_Lines;
-};
-
 class NumberFormatter {
 public:
     NumberFormatter(const std::string& pattern, OutputFormat format)
@@ -248,7 +216,7 @@ private:
     }
 
     const DecimalFormat m_Format;
-    ResultWriter m_Writer;
+    LineWriter m_Writer;
     CTextOutputString m_Text;
     bool m_bFindings = false;
 };
@@ -304,7 +272,7 @@ ExitCode FormatTime(const TimeOptions& options, OutputFormat format) {
     CTextOutputString text;
     pattern.FormatDateTime(locale, &zone, time, text);
 
-    ResultWriter writer(
+    LineWriter writer(
         format,
         {{"time", Column::Text}, {"zone", Column::Text}, {"locale", Column::Text}, {"text", Column::Text}});
     if (writer.IsForPeople()) {

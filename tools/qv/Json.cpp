@@ -4,9 +4,9 @@
 // silence, a zero byte that ends the text early or a quote that is missing at the very end, is a finding here.
 
 #include "Json.h"
+#include "InputText.h"
 #include "JsonDiagnostics.h"
 #include "JsonFormat.h"
-#include "JsonText.h"
 #include "Output.h"
 
 #include <CLI/CLI.hpp>
@@ -196,7 +196,7 @@ ExitCode Finish(JsonReport& report, bool bFindings) {
 }
 
 // Reports a file that cannot be read in the form that was asked for.
-void SayFileError(const JsonFileError& error, JsonReport& report, OutputFormat format) {
+void SayFileError(const InputFileError& error, JsonReport& report, OutputFormat format) {
     if (format == OutputFormat::Human)
         SayError(error.what());
     else
@@ -211,7 +211,7 @@ struct FormatOptions {
 };
 
 ExitCode Format(const FormatOptions& options, JsonReport& report) {
-    JsonFile file(options.m_File);
+    InputFile file(options.m_File);
     const std::string text = file.ReadAll();
     JsonDiagnostics diagnostics(report, file.GetName());
     const ValuePointer value = ParseDocument(text, 1, diagnostics);
@@ -247,7 +247,7 @@ private:
     void Check(const std::string& path) {
         m_Table.AddText(path);
         try {
-            JsonFile file(path);
+            InputFile file(path);
             const std::string text = file.ReadAll();
             JsonDiagnostics diagnostics(m_Report, file.GetName());
             const unsigned long long before = m_Report.GetCount();
@@ -255,7 +255,7 @@ private:
             m_Report.Write();
             m_Table.AddUnsigned(m_Report.GetCount() - before);
             ++m_Checked;
-        } catch (const JsonFileError& error) {
+        } catch (const InputFileError& error) {
             SayFileError(error, m_Report, m_Format);
             m_Table.AddNothing();
             m_bUnreadable = true;
@@ -296,7 +296,7 @@ public:
 private:
     // Results go out before the program waits for another line, and before the messages about later ones.
     void EvaluateLines() {
-        JsonLines lines(m_File);
+        InputLines lines(m_File);
         for (;;) {
             if (!lines.IsLineBuffered() || m_Out.size() >= OutputBufferSize)
                 Flush();
@@ -342,7 +342,7 @@ private:
 
     JsonReport& m_Report;
     Expression m_Expression;
-    JsonFile m_File;
+    InputFile m_File;
     JsonDiagnostics m_Diagnostics;
     std::string m_Out;
     bool m_bNoValue = false;
@@ -365,7 +365,7 @@ void SetCallback(CLI::App& command, ToolContext& context, Run run) {
         JsonReport report(context.m_Format);
         try {
             context.m_ExitCode = run(report);
-        } catch (const JsonFileError& error) {
+        } catch (const InputFileError& error) {
             SayFileError(error, report, context.m_Format);
             context.m_ExitCode = error.GetCode();
         }

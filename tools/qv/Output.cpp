@@ -311,6 +311,25 @@ void TableWriter::Finish() {
     WriteOut();
 }
 
+void LineWriter::AddLine(std::string_view text) {
+    constexpr std::size_t Enough = 64U << 10;
+    m_Lines.append(text) += '\n';
+    if (m_Lines.size() >= Enough)
+        WriteLines();
+}
+
+void LineWriter::Finish() {
+    if (m_bHuman)
+        WriteLines();
+    else
+        m_Table.Finish();
+}
+
+void LineWriter::WriteLines() {
+    WriteStandardOutput(m_Lines);
+    m_Lines.clear();
+}
+
 void WriteStandardOutput(std::string_view text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
         throw ToolError(ExitInputOutput, "the standard output cannot be written: " + ErrorText(errno));

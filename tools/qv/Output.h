@@ -92,6 +92,28 @@ private:
     std::vector<unsigned int> m_Widths;
 };
 
+// Writes results that are one text each: to people the text alone, a line each; else as rows of a table.
+class LineWriter {
+public:
+    LineWriter(OutputFormat format, std::vector<Column> columns)
+        : m_bHuman(format == OutputFormat::Human), m_Table(format, std::move(columns)) {}
+
+    bool IsForPeople() const { return m_bHuman; }
+    // For people.
+    void AddLine(std::string_view text);
+    // For programs.
+    TableWriter& GetTable() { return m_Table; }
+    // Call once, after the last result.
+    void Finish();
+
+private:
+    void WriteLines();
+
+    const bool m_bHuman;
+    TableWriter m_Table;
+    std::string m_Lines;
+};
+
 // Writes finished text to the standard output; throws a ToolError when that fails.
 void WriteStandardOutput(std::string_view text);
 

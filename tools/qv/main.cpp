@@ -2,11 +2,16 @@
 //
 // Every command lives in a group's own file and ends with an ExitCode; what ends it early is a ToolError.
 
+#include "Annotate.h"
+#include "Bytes.h"
+#include "Colour.h"
 #include "Format.h"
 #include "History.h"
+#include "Identifiers.h"
 #include "Json.h"
 #include "Rights.h"
 #include "Serial.h"
+#include "Tag.h"
 #include "Tool.h"
 
 #include <CLI/CLI.hpp>
@@ -38,6 +43,11 @@ int main(int argc, char** argv) {
         AddJsonCommands(app, context);
         AddRightsCommands(app, context);
         AddSerialCommands(app, context);
+        AddTagCommands(app, context);
+        AddColourCommand(app, context);
+        AddBytesCommands(app, context);
+        AddIdentifierCommands(app, context);
+        AddAnnotateCommand(app, context);
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& error) {

@@ -1,10 +1,10 @@
-// JsonFile, JsonLines - where the text of `qv json` comes from: a file or the standard input, as a whole or line by
+// InputFile, InputLines - where the text of a command comes from: a file or the standard input, as a whole or line by
 // line.
 //
 // Text is delivered as UTF-8. A byte-order mark in front is no part of it; that of UTF-16 says what a file is in, while
 // lines are always UTF-8.
 //
-// Errors: what cannot be opened or read throws a JsonFileError.
+// Errors: what cannot be opened or read throws a InputFileError.
 #pragma once
 
 #include "Tool.h"
@@ -14,9 +14,9 @@
 #include <string_view>
 #include <vector>
 
-class JsonFileError : public ToolError {
+class InputFileError : public ToolError {
 public:
-    JsonFileError(const std::string& file, const std::string& problem)
+    InputFileError(const std::string& file, const std::string& problem)
         : ToolError(ExitInputOutput, file + " " + problem), m_File(file), m_Problem(problem) {}
 
     const std::string& GetFile() const { return m_File; }
@@ -28,10 +28,10 @@ private:
     std::string m_Problem;
 };
 
-class JsonFile {
+class InputFile {
 public:
     // Opens the file; "-" is the standard input.
-    explicit JsonFile(const std::string& path);
+    explicit InputFile(const std::string& path);
 
     // The name for messages. A very long path is told by its end.
     const std::string& GetName() const { return m_Name; }
@@ -48,16 +48,16 @@ private:
     std::streambuf* m_pSource;
 };
 
-class JsonLines {
+class InputLines {
 public:
     // What a line may have; memory is bounded by it.
     static constexpr std::size_t MaxLineLength = 64u << 20;
 
-    explicit JsonLines(JsonFile& file) : m_File(file), m_Buffer(64u << 10) {}
+    explicit InputLines(InputFile& file) : m_File(file), m_Buffer(64u << 10) {}
 
     // True when the next line is there to be taken; false when it has to be waited for.
     bool IsLineBuffered();
-    // Takes the next line, without its end and valid until the next call; false at the end of the file. A line that
+    // Takes the next line, without its end (LF or CR LF) and valid until the next call; false at the end of the file. A line that
     // is too long is passed over: `line` is then empty.
     bool Next(std::string_view& line, bool& bTooLong);
     // The number of that line, from 1.
@@ -68,7 +68,7 @@ private:
     bool Fill();
     std::string_view Take(std::size_t end, std::size_t next);
 
-    JsonFile& m_File;
+    InputFile& m_File;
     std::vector<char> m_Buffer;
     std::size_t m_Begin = 0;    // of what is not yet delivered
     std::size_t m_Searched = 0; // no line ends before

@@ -1,4 +1,4 @@
-#include "JsonText.h"
+#include "InputText.h"
 
 #include <QVLib/TextStreams/TextInputEncoded.h>
 #include <QVPlatform/Unicode.h>
@@ -50,18 +50,18 @@ std::streambuf* GetStandardInput() {
 
 } // namespace
 
-JsonFile::JsonFile(const std::string& path) : m_Name(MakeName(path)), m_pSource(&m_File) {
+InputFile::InputFile(const std::string& path) : m_Name(MakeName(path)), m_pSource(&m_File) {
     if (path == "-")
         m_pSource = GetStandardInput();
     else if (!m_File.open(path, std::ios_base::in | std::ios_base::binary))
         Fail("opened", ErrorText(errno));
 }
 
-void JsonFile::Fail(const char* verb, const std::string& reason) const {
-    throw JsonFileError(m_Name, std::string("cannot be ") + verb + ": " + reason);
+void InputFile::Fail(const char* verb, const std::string& reason) const {
+    throw InputFileError(m_Name, std::string("cannot be ") + verb + ": " + reason);
 }
 
-std::size_t JsonFile::Read(char* buffer, std::size_t size) {
+std::size_t InputFile::Read(char* buffer, std::size_t size) {
     try {
         if (m_pSource->sgetc() == std::streambuf::traits_type::eof())
             return 0;
@@ -73,7 +73,7 @@ std::size_t JsonFile::Read(char* buffer, std::size_t size) {
     }
 }
 
-std::string JsonFile::ReadAll() {
+std::string InputFile::ReadAll() {
     std::string text;
     std::vector<char> buffer(ReadSize);
     while (const std::size_t got = Read(buffer.data(), buffer.size())) {
@@ -89,7 +89,7 @@ std::string JsonFile::ReadAll() {
 }
 
 // Looks for a line end in what is buffered; true with m_Searched at it.
-bool JsonLines::FindEnd() {
+bool InputLines::FindEnd() {
     const char* const start = m_Buffer.data() + m_Searched;
     const void* const lineFeed = m_Searched < m_End ? std::memchr(start, '\n', m_End - m_Searched) : nullptr;
     m_Searched =
@@ -97,12 +97,12 @@ bool JsonLines::FindEnd() {
     return lineFeed != nullptr;
 }
 
-bool JsonLines::IsLineBuffered() {
+bool InputLines::IsLineBuffered() {
     return FindEnd();
 }
 
 // Makes room and reads more; false at the end of the file.
-bool JsonLines::Fill() {
+bool InputLines::Fill() {
     if (m_bAtEnd)
         return false;
     if (m_Begin != 0) {
@@ -119,13 +119,13 @@ bool JsonLines::Fill() {
     return !m_bAtEnd;
 }
 
-std::string_view JsonLines::Take(std::size_t end, std::size_t next) {
+std::string_view InputLines::Take(std::size_t end, std::size_t next) {
     const std::string_view line(m_Buffer.data() + m_Begin, end - m_Begin);
     m_Begin = m_Searched = next;
     return line;
 }
 
-bool JsonLines::Next(std::string_view& line, bool& bTooLong) {
+bool InputLines::Next(std::string_view& line, bool& bTooLong) {
     bTooLong = false;
     bool bEnded;
     while (!(bEnded = FindEnd())) {
@@ -144,8 +144,10 @@ bool JsonLines::Next(std::string_view& line, bool& bTooLong) {
     if (bTooLong)
         line = {};
     if (m_LineNumber == 1 && IsUtf16(line))
-        throw JsonFileError(m_File.GetName(), "is UTF-16; lines are read in UTF-8");
+        throw InputFileError(m_File.GetName(), "is UTF-16; lines are read in UTF-8");
     if (m_LineNumber == 1 && line.starts_with(ByteOrderMark))
         line.remove_prefix(ByteOrderMark.size());
+    if (bEnded && line.ends_with('\r'))
+        line.remove_suffix(1);
     return true;
 }

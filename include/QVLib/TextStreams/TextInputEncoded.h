@@ -19,8 +19,8 @@
 //             of each. In UTF-16 a high surrogate takes ten bits of the next unit, whatever that is; a lone low
 //             one is delivered as it is.
 // Threads:    one thread per input.
-// Cost:       UTF-8 is read in place through the window of CTextInput. Each character of UTF-16
-//             costs a virtual call.
+// Cost:       UTF-8 is read in place through the window of CTextInput. Each character of UTF-16 costs a
+//             virtual call.
 #pragma once
 
 #include <QVLib/TextStreams/TextInput.h>

@@ -42,17 +42,17 @@ TEST_F(QvFormat, ABadPatternIsShownWithThePlaceOfItsFault) {
         const char* fault;
         const char* picture;
     } rows[] = {
-        {"0#0", "error 1 at character 3: ", "    0#0\n      ^\n"},
-        {"0.0.", "error 2 at character 4: ", "    0.0.\n       ^\n"},
-        {"0.0Em", "error 3 at character 4: ", "    0.0Em\n       ^\n"},
-        {"0EE", "error 4 at character 3: ", "    0EE\n      ^\n"},
-        {"#.#0", "error 6 at character 2: ", "    #.#0\n     ^\n"},
-        {"0#.", "error 7 at character 3: ", "    0#.\n      ^\n"},
-        {"0,0,.", "error 8 at character 4: ", "    0,0,.\n       ^\n"},
-        {"'a'0'b", "error 9 at character 5: ", "    'a'0'b\n        ^\n"},
+        {"0#0", "error 1 at character 3: ", "  1 | 0#0\n    |   ^\n"},
+        {"0.0.", "error 2 at character 4: ", "  1 | 0.0.\n    |    ^\n"},
+        {"0.0Em", "error 3 at character 4: ", "  1 | 0.0Em\n    |    ^\n"},
+        {"0EE", "error 4 at character 3: ", "  1 | 0EE\n    |   ^\n"},
+        {"#.#0", "error 6 at character 2: ", "  1 | #.#0\n    |  ^\n"},
+        {"0#.", "error 7 at character 3: ", "  1 | 0#.\n    |   ^\n"},
+        {"0,0,.", "error 8 at character 4: ", "  1 | 0,0,.\n    |    ^\n"},
+        {"'a'0'b", "error 9 at character 5: ", "  1 | 'a'0'b\n    |     ^\n"},
         {"0\xC2\xB0;'''';,", "", ""},
-        {"0\xC2\xB0;'''',", "error 8 at character 8: ", "    0\xC2\xB0;'''',\n           ^\n"},
-        {"\n\t0..", "error 2 at line 2, character 4: ", "     0..\n       ^\n"},
+        {"0\xC2\xB0;'''',", "error 8 at character 8: ", "  1 | 0\xC2\xB0;'''',\n    |        ^\n"},
+        {"\n\t0..", "error 2 at line 2, character 4: ", "  2 |     0..\n    |       ^\n"},
     };
     for (const auto& row : rows) {
         const Result result = Run("format number \"" + std::string(row.pattern) + "\" 1");

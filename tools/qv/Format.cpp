@@ -1,6 +1,7 @@
 #include "Format.h"
 
 #include "CsvReader.h"
+#include "Excerpt.h"
 #include "Output.h"
 #include "TimeText.h"
 #include "Tool.h"
@@ -10,10 +11,10 @@
 #include <QVLib/Formatting/DecimalFormat.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/Locale.h>
+#include <QVPlatform/Process.h>
 #include <QVPlatform/TextOutput.h>
 #include <QVPlatform/TimeZone.h>
 #include <QVPlatform/Timestamp.h>
-#include <QVPlatform/Unicode.h>
 #include <charconv>
 #include <memory>
 #include <string>
@@ -110,25 +111,13 @@ private:
     CQVTextLocation m_Quote;
 };
 
-// The line of a pattern around a place, and a mark below the place.
-std::string Picture(const std::string& pattern, const CQVTextLocation& place) {
-    constexpr unsigned int Around = 40;
+std::string LineOf(const std::string& pattern, unsigned int number) {
     TextInputQVString input(pattern, "pattern");
-    std::string text = "\n    ";
-    std::string mark = "\n    ";
-    int c;
-    CQVTextLocation location;
-    while (input.ReadCodePointWithLocation(c, location)) {
-        const unsigned int column = location.GetColumn();
-        if (location.GetLine() != place.GetLine() || column + Around < place.GetColumn() ||
-            column > place.GetColumn() + Around)
-            continue;
-        const bool bControl = c < 0x20 || (c >= 0x7F && c < 0xA0);
-        qv_append_codepoint_to_qvstring(bControl ? ' ' : c, text);
-        if (column <= place.GetColumn())
-            mark += column == place.GetColumn() ? '^' : ' ';
-    }
-    return text + mark;
+    std::string line;
+    bool bEnded = true;
+    while (number-- > 0)
+        input.ReadLine(line, bEnded);
+    return line;
 }
 
 DecimalFormat ParsePattern(const std::string& pattern) {
@@ -142,8 +131,12 @@ DecimalFormat ParsePattern(const std::string& pattern) {
     std::string where = "character " + std::to_string(place.GetColumn());
     if (place.GetLine() > 1)
         where = "line " + std::to_string(place.GetLine()) + ", " + where;
-    throw ToolError(ExitUsage, "PATTERN: error " + std::to_string(error) + " at " + where + ": " +
-                                   MeaningOf(error) + Picture(pattern, place));
+    std::string text =
+        "PATTERN: error " + std::to_string(error) + " at " + where + ": " + MeaningOf(error) + "\n";
+    AppendExcerpt(text, LineOf(pattern, place.GetLine()),
+                  {place.GetLine(), place.GetColumn(), place.GetColumn() + 1}, qv_terminal_width(2));
+    text.pop_back(); // the line end, which every error has
+    throw ToolError(ExitUsage, text);
 }
 
 template<class Number>

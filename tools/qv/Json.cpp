@@ -4,8 +4,8 @@
 // silence, a zero byte that ends the text early or a quote that is missing at the very end, is a finding here.
 
 #include "Json.h"
+#include "Diagnostics.h"
 #include "InputText.h"
-#include "JsonDiagnostics.h"
 #include "JsonFormat.h"
 #include "Output.h"
 
@@ -53,11 +53,11 @@ bool IsAtEnd(JSONParseContext& context) {
 }
 
 // A zero byte is the end for the tokens, wherever it stands.
-bool HasZeroByte(std::string_view text, JsonDiagnostics& diagnostics) {
+bool HasZeroByte(std::string_view text, Diagnostics& diagnostics) {
     const std::size_t offset = text.find('\0');
     if (offset == std::string_view::npos)
         return false;
-    diagnostics.Report(COutputLog::Error, diagnostics.Locate(offset), "A zero byte ends the text here.");
+    diagnostics.AddMessage(COutputLog::Error, diagnostics.Locate(offset), "A zero byte ends the text here.");
     return true;
 }
 
@@ -71,7 +71,7 @@ bool ReadToken(JSONParseContext& context, CParseToken& token) {
 }
 
 // A string may run to the end of the text, and is then taken as it is: says so.
-bool HasOpenString(std::string_view text, unsigned int line, JsonDiagnostics& diagnostics) {
+bool HasOpenString(std::string_view text, unsigned int line, Diagnostics& diagnostics) {
     PlacedInput input(text, diagnostics.GetSource(), line);
     JSONParseContext context(&input, &diagnostics);
     CParseToken token;
@@ -86,7 +86,7 @@ bool HasOpenString(std::string_view text, unsigned int line, JsonDiagnostics& di
 }
 
 // Bytes that are no UTF-8 are read as U+FFFD, which no user meant.
-void WarnOfMalformedText(std::string_view text, JsonDiagnostics& diagnostics) {
+void WarnOfMalformedText(std::string_view text, Diagnostics& diagnostics) {
     unsigned int codePoints = 0;
     if (qv_is_valid_utf8(text.data(), static_cast<unsigned int>(text.size()), codePoints))
         return;
@@ -96,12 +96,13 @@ void WarnOfMalformedText(std::string_view text, JsonDiagnostics& diagnostics) {
     const unsigned char* malformed = start;
     while (current != end && qv_decode_utf8(current, end) >= 0)
         malformed = current;
-    diagnostics.Report(COutputLog::Warning, diagnostics.Locate(static_cast<std::size_t>(malformed - start)),
-                       "Malformed UTF-8.");
+    diagnostics.AddMessage(COutputLog::Warning,
+                           diagnostics.Locate(static_cast<std::size_t>(malformed - start)),
+                           "Malformed UTF-8.");
 }
 
 // Parses a text that is one JSON value and nothing else. Null after a message.
-ValuePointer ParseDocument(std::string_view text, unsigned int line, JsonDiagnostics& diagnostics) {
+ValuePointer ParseDocument(std::string_view text, unsigned int line, Diagnostics& diagnostics) {
     diagnostics.SetText(text, line);
     PlacedInput input(text, diagnostics.GetSource(), line);
     JSONParseContext context(&input, &diagnostics);
@@ -117,7 +118,7 @@ ValuePointer ParseDocument(std::string_view text, unsigned int line, JsonDiagnos
 // A number in the text of an expression.
 struct Number {
     double m_Value;
-    JsonPlace m_Place;
+    Place m_Place;
 };
 
 std::vector<Number> FindNumbers(const std::string& text) {
@@ -140,7 +141,7 @@ std::vector<Number> FindNumbers(const std::string& text) {
 // The expression on the command line.
 class Expression {
 public:
-    Expression(JsonReport& report, std::string text)
+    Expression(Report& report, std::string text)
         : m_Diagnostics(report, "expression"), m_Log(&m_Diagnostics), m_Text(std::move(text)) {
         m_Diagnostics.SetText(m_Text);
     }
@@ -169,8 +170,8 @@ public:
         for (const Number& number : FindNumbers(m_Text)) {
             const bool bThere = std::isfinite(number.m_Value) && index < after.size();
             if (!bThere || number.m_Value != after[index].m_Value)
-                m_Diagnostics.Report(COutputLog::Warning, number.m_Place,
-                                     "The canonical form has six digits of this number.");
+                m_Diagnostics.AddMessage(COutputLog::Warning, number.m_Place,
+                                         "The canonical form has six digits of this number.");
             index += bThere ? 1 : 0;
         }
     }
@@ -182,21 +183,21 @@ public:
     }
 
 private:
-    JsonDiagnostics m_Diagnostics;
+    Diagnostics m_Diagnostics;
     CErrorLog m_Log;
     const std::string m_Text;
     JSONataExpr m_Expr;
 };
 
 // A command's exit code; the last findings are written.
-ExitCode Finish(JsonReport& report, bool bFindings) {
+ExitCode Finish(Report& report, bool bFindings) {
     bFindings = bFindings || report.GetCount() != 0;
     report.Write();
     return bFindings ? ExitFindings : ExitDone;
 }
 
 // Reports a file that cannot be read in the form that was asked for.
-void SayFileError(const InputFileError& error, JsonReport& report, OutputFormat format) {
+void SayFileError(const InputFileError& error, Report& report, OutputFormat format) {
     if (format == OutputFormat::Human)
         SayError(error.what());
     else
@@ -210,10 +211,10 @@ struct FormatOptions {
     bool m_bPretty = false;
 };
 
-ExitCode Format(const FormatOptions& options, JsonReport& report) {
+ExitCode Format(const FormatOptions& options, Report& report) {
     InputFile file(options.m_File);
     const std::string text = file.ReadAll();
-    JsonDiagnostics diagnostics(report, file.GetName());
+    Diagnostics diagnostics(report, file.GetName());
     const ValuePointer value = ParseDocument(text, 1, diagnostics);
     if (value) {
         std::string out;
@@ -226,7 +227,7 @@ ExitCode Format(const FormatOptions& options, JsonReport& report) {
 // Checks the files one after the other, whatever is wrong with one of them.
 class Checker {
 public:
-    Checker(JsonReport& report, OutputFormat format)
+    Checker(Report& report, OutputFormat format)
         : m_Report(report), m_Format(format),
           m_Table(format, {{"file", Column::Text}, {"findings", Column::Number}}) {}
 
@@ -249,7 +250,7 @@ private:
         try {
             InputFile file(path);
             const std::string text = file.ReadAll();
-            JsonDiagnostics diagnostics(m_Report, file.GetName());
+            Diagnostics diagnostics(m_Report, file.GetName());
             const unsigned long long before = m_Report.GetCount();
             ParseDocument(text, 1, diagnostics);
             m_Report.Write();
@@ -263,7 +264,7 @@ private:
         m_Table.EndRow();
     }
 
-    JsonReport& m_Report;
+    Report& m_Report;
     const OutputFormat m_Format;
     TableWriter m_Table;
     unsigned long long m_Checked = 0;
@@ -278,7 +279,7 @@ struct EvalOptions {
 
 class Evaluator {
 public:
-    Evaluator(const EvalOptions& options, JsonReport& report)
+    Evaluator(const EvalOptions& options, Report& report)
         : m_Report(report), m_Expression(report, options.m_Expression), m_File(options.m_File),
           m_Diagnostics(report, m_File.GetName()) {}
 
@@ -329,7 +330,7 @@ private:
 
     void ReportLongLine(unsigned int line) {
         m_Diagnostics.SetText({}, line);
-        m_Diagnostics.Report(COutputLog::Error, {line, 1, 1}, "The line is longer than 64 MiB.");
+        m_Diagnostics.AddMessage(COutputLog::Error, {line, 1, 1}, "The line is longer than 64 MiB.");
         Flush();
         m_Report.Write();
     }
@@ -340,15 +341,15 @@ private:
         m_Out.clear();
     }
 
-    JsonReport& m_Report;
+    Report& m_Report;
     Expression m_Expression;
     InputFile m_File;
-    JsonDiagnostics m_Diagnostics;
+    Diagnostics m_Diagnostics;
     std::string m_Out;
     bool m_bNoValue = false;
 };
 
-ExitCode Print(const std::string& text, JsonReport& report) {
+ExitCode Print(const std::string& text, Report& report) {
     Expression expression(report, text);
     if (!expression.Parse())
         return Finish(report, true);
@@ -362,7 +363,7 @@ ExitCode Print(const std::string& text, JsonReport& report) {
 template<class Run>
 void SetCallback(CLI::App& command, ToolContext& context, Run run) {
     command.callback([&context, run] {
-        JsonReport report(context.m_Format);
+        Report report(context.m_Format);
         try {
             context.m_ExitCode = run(report);
         } catch (const InputFileError& error) {
@@ -382,16 +383,15 @@ void AddFormatCommand(CLI::App& json, ToolContext& context) {
     command->footer("Members are sorted by name. Numbers have the fewest digits that read back as the same\n"
                     "double: the library's own form of JSON has six significant digits (1234567 is\n"
                     "1.23457e+06 there) and does not escape member names. Otherwise the forms are the same.");
-    SetCallback(*command, context, [options](JsonReport& report) { return Format(*options, report); });
+    SetCallback(*command, context, [options](Report& report) { return Format(*options, report); });
 }
 
 void AddCheckCommand(CLI::App& json, ToolContext& context) {
     CLI::App* const command = json.add_subcommand("check", "Tell what is wrong with JSON files");
     const auto files = std::make_shared<std::vector<std::string>>();
     command->add_option("FILE", *files, "JSON files; - is the standard input")->required();
-    SetCallback(*command, context, [files, &context](JsonReport& report) {
-        return Checker(report, context.m_Format).Run(*files);
-    });
+    SetCallback(*command, context,
+                [files, &context](Report& report) { return Checker(report, context.m_Format).Run(*files); });
 }
 
 void AddEvalCommand(CLI::App& json, ToolContext& context) {
@@ -407,7 +407,7 @@ void AddEvalCommand(CLI::App& json, ToolContext& context) {
         "that '&' joins they have six, as in the library.\n"
         "An expression that starts with '-' stands behind '--': qv json eval -- -a FILE");
     SetCallback(*command, context,
-                [options](JsonReport& report) { return Evaluator(*options, report).Run(options->m_bLines); });
+                [options](Report& report) { return Evaluator(*options, report).Run(options->m_bLines); });
 }
 
 void AddPrintCommand(CLI::App& json, ToolContext& context) {
@@ -418,7 +418,7 @@ void AddPrintCommand(CLI::App& json, ToolContext& context) {
     command->footer(
         "This is the form in which the library prints expressions, with six significant digits of\n"
         "each number. Where that makes another number, a warning says so and the exit code is 1.");
-    SetCallback(*command, context, [expression](JsonReport& report) { return Print(*expression, report); });
+    SetCallback(*command, context, [expression](Report& report) { return Print(*expression, report); });
 }
 
 } // namespace

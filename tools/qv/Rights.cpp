@@ -53,7 +53,7 @@ void AddRights(TableWriter& writer, const CSecuritySettingsAccessRights& rights)
 }
 
 // What wants attention goes behind the results, and is the exit code.
-void Finish(ToolContext& context, JsonReport& report) {
+void Finish(ToolContext& context, Report& report) {
     if (report.GetCount() > 0)
         context.m_ExitCode = ExitFindings;
     report.Write();
@@ -64,7 +64,7 @@ struct CheckOptions {
 };
 
 void Check(const CheckOptions& options, ToolContext& context) {
-    JsonReport report(context.m_Format);
+    Report report(context.m_Format);
     const RightsFile file(RightsFile::FindIn(options.m_File), report);
     if (context.m_Format == OutputFormat::Human && report.GetCount() == 0) {
         const std::size_t count = file.GetSettings().m_Users.size();
@@ -79,7 +79,7 @@ struct ShowOptions {
 };
 
 void Show(const ShowOptions& options, ToolContext& context) {
-    JsonReport report(context.m_Format);
+    Report report(context.m_Format);
     const RightsFile file(RightsFile::FindIn(options.m_Folder), report);
     TableWriter writer(context.m_Format, WithRights({{"entry", Column::Text}, {"kind", Column::Text}}));
     for (const CSecuritySettingsUser* const user : file.GetSettings().m_Users) {
@@ -124,7 +124,7 @@ unsigned int ZoneIndex(const std::string& zone) {
 }
 
 void Explain(const ExplainOptions& options, ToolContext& context) {
-    JsonReport report(context.m_Format);
+    Report report(context.m_Format);
     const RightsFile file(RightsFile::FindIn(options.m_Folder), report);
     CQVUserAccessToken token;
     Impersonate(options.m_User, token);
@@ -229,7 +229,7 @@ std::vector<CQVUserIdentity> IdentitiesOf(const CSecuritySettings& first, const 
 }
 
 void Diff(const DiffOptions& options, ToolContext& context) {
-    JsonReport report(context.m_Format);
+    Report report(context.m_Format);
     const RightsFile first(RightsFile::FindIn(options.m_First), report);
     const RightsFile second(RightsFile::FindIn(options.m_Second), report);
     TableWriter writer(context.m_Format, {{"change", Column::Text},

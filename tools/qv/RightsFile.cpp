@@ -65,8 +65,8 @@ std::string MaskText(unsigned int mask) {
     return text;
 }
 
-RightsFile::RightsFile(const std::string& path, JsonReport& report) : m_Path(path) {
-    JsonDiagnostics diagnostics(report, path);
+RightsFile::RightsFile(const std::string& path, Report& report) : m_Path(path) {
+    Diagnostics diagnostics(report, path);
     const unsigned long long before = report.GetCount();
     if (IsBinary(path))
         ReadBinary(diagnostics);
@@ -90,7 +90,7 @@ std::string RightsFile::FindIn(const std::string& path) {
     throw ToolError(ExitInputOutput, "No user rights in " + Quoted(path) + "; 'qv rights init' makes some");
 }
 
-void RightsFile::ReadText(JsonDiagnostics& diagnostics) {
+void RightsFile::ReadText(Diagnostics& diagnostics) {
     TextInputFile file;
     if (!file.OpenFile(CQVFilePath(m_Path)))
         FailToRead(m_Path, file);
@@ -103,30 +103,30 @@ void RightsFile::ReadText(JsonDiagnostics& diagnostics) {
     CSecuritySettingsParseContext context(&input, &diagnostics);
     m_Settings.ParseText(context);
     if (const std::size_t zero = text.find('\0'); zero != std::string::npos)
-        diagnostics.Report(COutputLog::Error, diagnostics.Locate(zero),
-                           "A zero byte ends the text here; what follows is not read.");
+        diagnostics.AddMessage(COutputLog::Error, diagnostics.Locate(zero),
+                               "A zero byte ends the text here; what follows is not read.");
 }
 
-void RightsFile::ReadBinary(JsonDiagnostics& diagnostics) {
+void RightsFile::ReadBinary(Diagnostics& diagnostics) {
     CBinaryInputFile file(BinaryStringLengthUTF8Character);
     if (!file.OpenBinaryFile(CQVFilePath(m_Path)))
         FailToRead(m_Path, file);
     try {
         if (!m_Settings.LoadBinary(file))
-            diagnostics.Report(COutputLog::Error, {}, "The binary form has an unknown version.");
+            diagnostics.AddMessage(COutputLog::Error, {}, "The binary form has an unknown version.");
     } catch (const std::exception& error) {
-        diagnostics.Report(COutputLog::Error, {},
-                           std::string("The binary form is cut or damaged: ") + error.what());
+        diagnostics.AddMessage(COutputLog::Error, {},
+                               std::string("The binary form is cut or damaged: ") + error.what());
     }
     for (const CSecuritySettingsUser* const user : m_Settings.m_Users) {
         if (!user->IsTextReadable())
-            diagnostics.Report(COutputLog::Error, {},
-                               "The entry of " + Quoted(TextOf(user->GetUserID())) +
-                                   " cannot be read back from a text file.");
+            diagnostics.AddMessage(COutputLog::Error, {},
+                                   "The entry of " + Quoted(TextOf(user->GetUserID())) +
+                                       " cannot be read back from a text file.");
     }
 }
 
-void RightsFile::JudgeAccess(JsonDiagnostics& diagnostics) {
+void RightsFile::JudgeAccess(Diagnostics& diagnostics) {
     using std::filesystem::perms;
     std::error_code error;
     const perms mode = std::filesystem::status(m_Path, error).permissions();
@@ -135,6 +135,6 @@ void RightsFile::JudgeAccess(JsonDiagnostics& diagnostics) {
     for (const auto& [bit, who] : {std::pair{perms::group_write, "The file's group"},
                                    std::pair{perms::others_write, "Everybody on this machine"}}) {
         if ((mode & bit) != perms::none)
-            diagnostics.Report(COutputLog::Warning, {}, std::string(who) + " may write the file.");
+            diagnostics.AddMessage(COutputLog::Warning, {}, std::string(who) + " may write the file.");
     }
 }

@@ -2,7 +2,7 @@
 // one. Reading changes nothing on the disk.
 #pragma once
 
-#include "JsonDiagnostics.h"
+#include "Diagnostics.h"
 
 #include <QVLib/Security/SecuritySettings.h>
 #include <string>
@@ -11,7 +11,7 @@ class RightsFile {
 public:
     // Reads a file. What is wrong with it goes to the report; what of it could be understood is there.
     // Throws a ToolError for a file that cannot be read at all.
-    RightsFile(const std::string& path, JsonReport& report);
+    RightsFile(const std::string& path, Report& report);
     // The file of a folder that a program would read at its start: the text, else the binary one. A path that is no
     // folder is taken as the file.
     static std::string FindIn(const std::string& path);
@@ -22,9 +22,9 @@ public:
     bool HasFindings() const { return m_bFindings; }
 
 private:
-    void ReadText(JsonDiagnostics& diagnostics);
-    void ReadBinary(JsonDiagnostics& diagnostics);
-    void JudgeAccess(JsonDiagnostics& diagnostics);
+    void ReadText(Diagnostics& diagnostics);
+    void ReadBinary(Diagnostics& diagnostics);
+    void JudgeAccess(Diagnostics& diagnostics);
 
     const std::string m_Path;
     CSecuritySettings m_Settings;

@@ -1,6 +1,6 @@
 #include "SerialMode.h"
 
-#include "JsonDiagnostics.h"
+#include "Diagnostics.h"
 
 #include <QVLib/TextStreams/TextInputString.h>
 
@@ -8,7 +8,7 @@ namespace {
 
 constexpr char SourceName[] = "MODE";
 
-JsonPlace PlaceOf(const CParseToken& token) {
+Place PlaceOf(const CParseToken& token) {
     const CQVTextLocation& begin = token.Location().GetBegin();
     const CQVTextLocation& end = token.Location().GetEnd();
     // The end of the text takes no room of its own, but is to be seen.
@@ -17,12 +17,12 @@ JsonPlace PlaceOf(const CParseToken& token) {
 }
 
 // Where the value of the last BAUD stands, or the end of the text where there is none.
-JsonPlace FindRate(const std::string& text) {
+Place FindRate(const std::string& text) {
     TextInputQVString input(text, SourceName);
     COutputLogNull log;
     CSerialModeStringParser parser(&input, &log);
     CParseToken token;
-    JsonPlace place;
+    Place place;
     bool bFound = false;
     for (parser.GetSerialModeToken(token); token.Type() != TokenEndOfFile; parser.GetSerialModeToken(token)) {
         if (token.Type() != SerialModeKeywordBaud)
@@ -38,8 +38,8 @@ JsonPlace FindRate(const std::string& text) {
 } // namespace
 
 bool ReadSerialMode(const std::string& text, OutputFormat format, CSerialModeString& mode) {
-    JsonReport report(format);
-    JsonDiagnostics diagnostics(report, SourceName);
+    Report report(format);
+    Diagnostics diagnostics(report, SourceName);
     diagnostics.SetText(text);
     TextInputQVString input(text, SourceName);
     CSerialModeStringParser parser(&input, &diagnostics);
@@ -48,7 +48,7 @@ bool ReadSerialMode(const std::string& text, OutputFormat format, CSerialModeStr
     if (!bValid && parser.GetErrorCount() == 0) {
         CParseToken end;
         parser.GetSerialModeToken(end);
-        diagnostics.Report(COutputLog::Error, PlaceOf(end), "the text ends where a value should stand");
+        diagnostics.AddMessage(COutputLog::Error, PlaceOf(end), "the text ends where a value should stand");
     }
     report.Write();
     return bValid;
@@ -62,11 +62,11 @@ bool IsDeviceRate(const CSerialModeString& mode) {
 }
 
 void WarnOfRate(const std::string& text, OutputFormat format, const CSerialModeString& mode) {
-    JsonReport report(format);
-    JsonDiagnostics diagnostics(report, SourceName);
+    Report report(format);
+    Diagnostics diagnostics(report, SourceName);
     diagnostics.SetText(text);
-    diagnostics.Report(COutputLog::Warning, FindRate(text),
-                       "the device has no rate of " + std::to_string(mode.GetBaudRate()) + " and will use " +
-                           std::to_string(FallbackRate));
+    diagnostics.AddMessage(COutputLog::Warning, FindRate(text),
+                           "the device has no rate of " + std::to_string(mode.GetBaudRate()) +
+                               " and will use " + std::to_string(FallbackRate));
     report.Write();
 }

@@ -1,4 +1,4 @@
-#include "JsonDiagnostics.h"
+#include "Diagnostics.h"
 
 #include "Output.h"
 
@@ -36,7 +36,7 @@ bool TakeNumber(std::string_view& text, unsigned int& number) {
 
 } // namespace
 
-void JsonReport::Add(const JsonMessage& message, std::string_view line) {
+void Report::Add(const Message& message, std::string_view line) {
     ++m_Count;
     switch (m_Format) {
     case OutputFormat::Human:
@@ -51,8 +51,8 @@ void JsonReport::Add(const JsonMessage& message, std::string_view line) {
     }
 }
 
-void JsonReport::AddForPeople(const JsonMessage& message, std::string_view line) {
-    const JsonPlace& place = message.m_Place;
+void Report::AddForPeople(const Message& message, std::string_view line) {
+    const Place& place = message.m_Place;
     AppendHarmless(m_Pending, message.m_Source);
     if (place.m_Line != 0) {
         char range[64];
@@ -74,8 +74,8 @@ void JsonReport::AddForPeople(const JsonMessage& message, std::string_view line)
     }
 }
 
-void JsonReport::AddObject(const JsonMessage& message) {
-    const JsonPlace& place = message.m_Place;
+void Report::AddObject(const Message& message) {
+    const Place& place = message.m_Place;
     const auto addNumber = [&](const char* name, unsigned int value) {
         m_Pending.append(",\"").append(name).append("\":");
         m_Pending += place.m_Line != 0 ? std::to_string(value) : "null";
@@ -95,8 +95,8 @@ void JsonReport::AddObject(const JsonMessage& message) {
     m_Pending += "}\n";
 }
 
-void JsonReport::AddCsv(const JsonMessage& message) {
-    const JsonPlace& place = message.m_Place;
+void Report::AddCsv(const Message& message) {
+    const Place& place = message.m_Place;
     const auto addNumber = [&](unsigned int value) {
         m_Pending.append(",").append(place.m_Line != 0 ? std::to_string(value) : "");
     };
@@ -114,19 +114,19 @@ void JsonReport::AddCsv(const JsonMessage& message) {
     m_Pending += '\n';
 }
 
-void JsonReport::Write() {
+void Report::Write() {
     std::fwrite(m_Pending.data(), 1, m_Pending.size(), stderr);
     m_Pending.clear();
 }
 
-void JsonDiagnostics::SetText(std::string_view text, unsigned int firstLine) {
+void Diagnostics::SetText(std::string_view text, unsigned int firstLine) {
     m_Text = text;
     m_FirstLine = firstLine;
 }
 
-bool JsonDiagnostics::AppendMessage(LogType type, int number, const char* text, unsigned int length) {
+bool Diagnostics::AppendMessage(LogType type, int number, const char* text, unsigned int length) {
     std::string_view message(text, length);
-    JsonPlace place;
+    Place place;
     if (!TakePrefix(type, number, message, place))
         place = {};
     Add(type, number, place, message);
@@ -134,7 +134,7 @@ bool JsonDiagnostics::AppendMessage(LogType type, int number, const char* text, 
 }
 
 // Takes "name(1,2-3): error 101: " from a message. What has no such beginning is left as it is.
-bool JsonDiagnostics::TakePrefix(LogType type, int number, std::string_view& text, JsonPlace& place) const {
+bool Diagnostics::TakePrefix(LogType type, int number, std::string_view& text, Place& place) const {
     std::string_view rest = text;
     if (!Take(rest, m_Source) || !Take(rest, "(") || !TakeNumber(rest, place.m_Line) || !Take(rest, ",") ||
         !TakeNumber(rest, place.m_Column) || !Take(rest, "-") || !TakeNumber(rest, place.m_EndColumn) ||
@@ -144,11 +144,11 @@ bool JsonDiagnostics::TakePrefix(LogType type, int number, std::string_view& tex
     return true;
 }
 
-void JsonDiagnostics::Add(LogType type, int number, const JsonPlace& place, std::string_view text) {
+void Diagnostics::Add(LogType type, int number, const Place& place, std::string_view text) {
     m_Report.Add({type, number, place, text, m_Source, m_Input}, GetLine(place.m_Line));
 }
 
-JsonPlace JsonDiagnostics::Locate(std::size_t offset) const {
+Place Diagnostics::Locate(std::size_t offset) const {
     TextInputQVString input(m_Text.data(), static_cast<unsigned int>(m_Text.size()), "");
     CQVTextLocation location;
     int codePoint = 0;
@@ -160,7 +160,7 @@ JsonPlace JsonDiagnostics::Locate(std::size_t offset) const {
 }
 
 // A line of the text, as the library counts lines; empty where there is none.
-std::string JsonDiagnostics::GetLine(unsigned int line) const {
+std::string Diagnostics::GetLine(unsigned int line) const {
     TextInputQVString input(m_Text.data(), static_cast<unsigned int>(m_Text.size()), "");
     std::string text;
     bool bEnded = true;

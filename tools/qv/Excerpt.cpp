@@ -1,4 +1,4 @@
-#include "JsonExcerpt.h"
+#include "Excerpt.h"
 
 #include <QVPlatform/Unicode.h>
 #include <QVPlatform/UnicodeCharacter.h>
@@ -104,7 +104,7 @@ void Piece::AppendColumns(std::string& out, unsigned int begin, unsigned int end
 
 } // namespace
 
-void AppendExcerpt(std::string& out, std::string_view line, const JsonPlace& place, unsigned int width) {
+void AppendExcerpt(std::string& out, std::string_view line, const Place& place, unsigned int width) {
     const std::string number = std::to_string(place.m_Line);
     const auto gutter = static_cast<unsigned int>(number.size()) + 5;
     width = std::clamp(width, gutter + MinWidth, MaxReach / 2) - gutter;

@@ -1,8 +1,7 @@
-// JsonReport, JsonDiagnostics - what is wrong with a text: the library's messages, and under each the line that it is
-// about.
+// Report, Diagnostics - what is wrong with a text: the messages about it, and under each the line that it is about.
 //
-//     JsonReport report(context.m_Format);
-//     JsonDiagnostics diagnostics(report, "cfg.json");
+//     Report report(context.m_Format);
+//     Diagnostics diagnostics(report, "cfg.json");
 //     diagnostics.SetText(text);
 //     ... // parse with `diagnostics` as the log
 //     report.Write();
@@ -15,7 +14,7 @@
 // first print the results that precede them.
 #pragma once
 
-#include "JsonExcerpt.h"
+#include "Excerpt.h"
 #include "Tool.h"
 
 #include <QVPlatform/OutputLog.h>
@@ -23,21 +22,21 @@
 #include <string_view>
 #include <utility>
 
-struct JsonMessage {
+struct Message {
     COutputLog::LogType m_Type;
     int m_Number; // 0 for what the library has no message for
-    JsonPlace m_Place;
+    Place m_Place;
     std::string_view m_Text;
     std::string_view m_Source; // the name of the text that the place is in
     std::string_view m_Input;  // for an expression: what it was evaluated against; else empty
 };
 
-class JsonReport {
+class Report {
 public:
-    explicit JsonReport(OutputFormat format) : m_Format(format) {}
+    explicit Report(OutputFormat format) : m_Format(format) {}
 
     // `line` is the line of the message's place.
-    void Add(const JsonMessage& message, std::string_view line);
+    void Add(const Message& message, std::string_view line);
     // Writes what is pending to the error stream.
     void Write();
 
@@ -46,9 +45,9 @@ public:
     unsigned long long GetCount() const { return m_Count; }
 
 private:
-    void AddForPeople(const JsonMessage& message, std::string_view line);
-    void AddObject(const JsonMessage& message);
-    void AddCsv(const JsonMessage& message);
+    void AddForPeople(const Message& message, std::string_view line);
+    void AddObject(const Message& message);
+    void AddCsv(const Message& message);
 
     const OutputFormat m_Format;
     std::string m_Pending;
@@ -56,10 +55,10 @@ private:
 };
 
 // The log of one text, or of the lines of one file.
-class JsonDiagnostics : public COutputLog {
+class Diagnostics : public COutputLog {
 public:
     // `source` is the name that the messages' locations have.
-    JsonDiagnostics(JsonReport& report, std::string source) : m_Report(report), m_Source(std::move(source)) {}
+    Diagnostics(Report& report, std::string source) : m_Report(report), m_Source(std::move(source)) {}
 
     const std::string& GetSource() const { return m_Source; }
     // The text that the next messages are about, borrowed. Its first line has that number.
@@ -71,17 +70,17 @@ public:
     // Takes a message as a CErrorLog makes it.
     bool AppendMessage(LogType type, int number, const char* text, unsigned int length) override;
     // Reports what the library has no message for.
-    void Report(LogType type, const JsonPlace& place, std::string_view text) { Add(type, 0, place, text); }
+    void AddMessage(LogType type, const Place& place, std::string_view text) { Add(type, 0, place, text); }
 
     // The place of one byte of the text.
-    JsonPlace Locate(std::size_t offset) const;
+    Place Locate(std::size_t offset) const;
 
 private:
-    bool TakePrefix(LogType type, int number, std::string_view& text, JsonPlace& place) const;
-    void Add(LogType type, int number, const JsonPlace& place, std::string_view text);
+    bool TakePrefix(LogType type, int number, std::string_view& text, Place& place) const;
+    void Add(LogType type, int number, const Place& place, std::string_view text);
     std::string GetLine(unsigned int line) const;
 
-    JsonReport& m_Report;
+    Report& m_Report;
     const std::string m_Source;
     std::string m_Input;
     std::string_view m_Text;

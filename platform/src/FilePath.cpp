@@ -38,11 +38,14 @@ int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model) {
         return errno == ENOENT ? 0 : errno;
     if (qv_system().stat(file.GetPathCStr(), &present) != 0)
         return errno;
-    // A member of the group may pass on that alone. Who may do neither becomes the owner.
+    unsigned int mode = wanted.st_mode & 0777;
+    // A member of the group may pass on that alone. Who may do neither becomes the owner, and the group that comes
+    // with that was promised no more than everybody.
     if ((wanted.st_uid != present.st_uid || wanted.st_gid != present.st_gid) &&
-        qv_system().chown(file.GetPathCStr(), wanted.st_uid, wanted.st_gid) != 0)
-        qv_system().chown(file.GetPathCStr(), UINT_MAX, wanted.st_gid);
-    const unsigned int mode = wanted.st_mode & 0777;
+        qv_system().chown(file.GetPathCStr(), wanted.st_uid, wanted.st_gid) != 0 &&
+        qv_system().chown(file.GetPathCStr(), UINT_MAX, wanted.st_gid) != 0 &&
+        wanted.st_gid != present.st_gid)
+        mode &= ~070U | (mode & 07) << 3;
     if (mode != (present.st_mode & 0777) && qv_system().chmod(file.GetPathCStr(), mode) != 0)
         return errno;
     return 0;

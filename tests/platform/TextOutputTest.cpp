@@ -363,6 +363,7 @@ TEST(TextOutputFile, AReplacementIsAsAccessibleAsItsPredecessor) {
 TEST(TextOutputFile, AReplacementMayChangeHands) {
     const TemporaryFolder folder;
     folder.Write("a.txt", "former");
+    std::filesystem::permissions(folder.File("a.txt").GetPath(), static_cast<std::filesystem::perms>(0664));
     const QVSystemCalls& real = qv_real_system();
     if (real.chown(folder.File("a.txt").GetPathCStr(), 12345, 23456) != 0)
         GTEST_SKIP() << "takes root";
@@ -379,6 +380,7 @@ TEST(TextOutputFile, AReplacementMayChangeHands) {
         ASSERT_EQ(real.stat(folder.File("a.txt").GetPathCStr(), &status), 0);
         EXPECT_EQ(status.st_uid, refused == 0 ? 12345u : 0u);
         EXPECT_EQ(status.st_gid, refused < 2 ? 23456u : 0u);
+        EXPECT_EQ(status.st_mode & 0777, refused < 2 ? 0664u : 0644u); // the new group may not write
     }
 }
 

@@ -51,8 +51,9 @@ public:
     bool RenameFile(const CQVFilePath& target);
     // Puts `replacement` in the place of this file, in one step; its own name is then gone. Where this file
     // exists, the replacement first takes over its permissions, and its owner and group as far as this process
-    // may give files away. A path that is a symbolic link is itself replaced; see FollowLinks(). The error of
-    // a failure is left in this path. Durable as RenameFile().
+    // may give files away; a group that is another than before may do no more than everybody. A path that is a
+    // symbolic link is itself replaced; see FollowLinks(). The error of a failure is left in this path. Durable
+    // as RenameFile().
     bool ReplaceFileWith(const CQVFilePath& replacement);
 
     // Makes the creation, renaming and removal of files in this folder survive a power cut.

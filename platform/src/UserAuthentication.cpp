@@ -18,11 +18,18 @@ struct Dialogue {
     qvstring m_Messages;
 };
 
-// Texts come in the encoding of the process's locale, which may be any.
+bool IsControl(int codePoint) {
+    return (codePoint >= 0 && codePoint < ' ') || (codePoint >= 0x7F && codePoint < 0xA0);
+}
+
+// Texts come in the encoding of the process's locale, which may be any, and may quote what a server said: nothing in
+// them is for a terminal to obey.
 void AppendText(qvstring& text, const char* bytes) {
     const char* const end = bytes + std::strlen(bytes);
-    while (bytes != end)
-        qv_append_codepoint_to_qvstring(qv_codepoint_from_qvchar(bytes, end), text);
+    while (bytes != end) {
+        const int codePoint = qv_codepoint_from_qvchar(bytes, end);
+        qv_append_codepoint_to_qvstring(IsControl(codePoint) && codePoint != '\n' ? ' ' : codePoint, text);
+    }
 }
 
 void AppendMessage(qvstring& messages, const char* message) {
@@ -120,6 +127,18 @@ bool IsWhole(const CQVSecureWString& text) {
     return text.Length() < PAM_MAX_RESP_SIZE && std::strlen(text.Get()) == text.Length();
 }
 
+// Modules write names into the system's log, where a line end would begin a line that nobody logged.
+bool IsName(const CQVSecureWString& text) {
+    if (text.IsEmpty() || !IsWhole(text))
+        return false;
+    const char* next = text.Get();
+    const char* const end = next + text.Length();
+    while (next != end)
+        if (IsControl(qv_codepoint_from_qvchar(next, end)))
+            return false;
+    return true;
+}
+
 bool Fail(QVUserAuthentication::Result& result, int error) {
     result.m_ErrorCode = error;
     // Linux-PAM knows its texts without a transaction.
@@ -142,10 +161,11 @@ bool QVUserAuthentication::LinuxAuthenticate(const CQVSecureWString& user, const
                                              int& errorCode, char* errorText,
                                              unsigned int errorTextSize) const {
     Result result;
-    const bool authenticated = Authenticate(user, password, result);
+    if (Authenticate(user, password, result))
+        return true;
     errorCode = result.m_ErrorCode;
     if (errorTextSize == 0)
-        return authenticated;
+        return false;
     size_t length = result.m_ErrorText.size();
     if (length > errorTextSize - 1) {
         length = errorTextSize - 1;
@@ -154,15 +174,16 @@ bool QVUserAuthentication::LinuxAuthenticate(const CQVSecureWString& user, const
     }
     std::memcpy(errorText, result.m_ErrorText.data(), length);
     errorText[length] = 0;
-    return authenticated;
+    return false;
 }
 
 bool QVUserAuthentication::Authenticate(const CQVSecureWString& user, const CQVSecureWString& password,
                                         Result& result) const {
     result = Result();
-    if (user.IsEmpty() || !IsWhole(user))
+    if (!IsName(user))
         return Fail(result, PAM_USER_UNKNOWN);
-    if (!IsWhole(password))
+    // Not every module heeds the flag against empty passwords, and a directory may take one for no logon at all.
+    if (password.IsEmpty() || !IsWhole(password))
         return Fail(result, PAM_AUTH_ERR);
     Dialogue dialogue{user.Get(), password.Get(), {}};
     Transaction transaction(m_Service, dialogue);
@@ -171,7 +192,7 @@ bool QVUserAuthentication::Authenticate(const CQVSecureWString& user, const CQVS
     if (status != PAM_SUCCESS)
         return Fail(result, status);
     const char* const systemUser = transaction.GetUser();
-    if (!systemUser)
+    if (!systemUser || !*systemUser)
         return Fail(result, PAM_USER_UNKNOWN);
     result.m_SystemUser = systemUser;
     return true;

@@ -61,6 +61,9 @@ TEST(UserAuthentication, TakesTheRightPasswordOnly) {
              "cret word",
              nullptr},
             {"nobody", "x", nullptr},
+            {"empty", "", "Authentication failure"}, // right, but no password
+            {"alice\nroot", "x", "User not known to the underlying authentication module"},
+            {"alice\x7F", "x", "User not known to the underlying authentication module"},
             {"", "x", "User not known to the underlying authentication module"},
             {std::string("alice\0", 6),
              "s\xC3\xA9"
@@ -112,8 +115,12 @@ TEST(UserAuthentication, TellsWhomTheStackEndedWith) {
     stack.AddUser("account", "secret", {}, "mapping");
     stack.AddService("mapping", "auth required MODULES/pam_set_items.so\nauth required PASSWORDS\n"
                                 "account required PASSWORDS\n");
+    stack.AddService("losing", "auth required MODULES/pam_set_items.so\naccount required pam_permit.so\n");
     stack.RunInside([] {
+        setenv("PAM_USER", "", 1);
+        EXPECT_NE(Ask(QVUserAuthentication("losing"), "alias", "secret").m_ErrorCode, 0);
         setenv("PAM_USER", "account", 1);
+        EXPECT_EQ(Ask(QVUserAuthentication("losing"), "alias", "secret").m_SystemUser, "account");
         EXPECT_EQ(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_SystemUser, "account");
         unsetenv("PAM_USER");
         EXPECT_NE(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_ErrorCode, 0);
@@ -135,21 +142,21 @@ TEST(UserAuthentication, ErrorTextsFitTheirBuffer) {
     }
 }
 
-// The words of a module, cut between characters.
+// The words of a module, without what a terminal would obey, cut between characters.
 TEST(UserAuthentication, ErrorTextsEndWithAWholeCharacter) {
     PamStack stack;
-    stack.AddService("echoing", "auth requisite pam_echo.so \xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5\n"
+    stack.AddService("echoing", "auth requisite pam_echo.so \x1B\xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5\n"
                                 "auth requisite pam_deny.so\naccount required pam_deny.so\n");
     stack.RunInside([] {
-        const std::string whole = "Authentication failure: \xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5";
+        const std::string whole = "Authentication failure:  \xC3\xA9\xE6\xB8\xA9\xF0\x9F\x94\xA5";
         const QVUserAuthentication authentication("echoing");
         ASSERT_EQ(Ask(authentication, "alice", "x").m_ErrorText, whole);
-        for (unsigned int size = 25; size <= whole.size() + 2; ++size) {
+        for (unsigned int size = 26; size <= whole.size() + 2; ++size) {
             char text[64];
             int code;
             EXPECT_FALSE(authentication.LinuxAuthenticate(Secret("alice"), Secret("x"), code, text, size));
             const std::size_t room = size - 1;
-            EXPECT_EQ(text, whole.substr(0, room < 26 ? 24 : room < 29 ? 26 : room < 33 ? 29 : 33)) << size;
+            EXPECT_EQ(text, whole.substr(0, room < 27 ? 25 : room < 30 ? 27 : room < 34 ? 30 : 34)) << size;
         }
     });
 }

@@ -59,11 +59,9 @@ TEST(SecuritySettingsFilesTest, StartUpTakesTheFirstFileThatOpens) {
         {"", 0, nullptr, "... could not open file.\nCreate default user rights.\n"},
         {good.data(), good.size() - 1, nullptr, nullptr}, // throws
     };
-    CQVUserIdentity me;
-    ASSERT_TRUE(me.SetFromCurrentUser());
-    const std::string mine = me.GetName() + ": World=Full;\n";
-    const std::string forCurrentUser =
-        mine + (me.GetName() == "root" ? "" : "root: World=Full;\n") + "*: World=Refresh;\n";
+    CSecuritySettings current;
+    current.InitialiseForCurrentUser();
+    const std::string forCurrentUser = Text(current);
 
     for (const auto& text : texts)
         for (const auto& binary : binaries)

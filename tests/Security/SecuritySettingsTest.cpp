@@ -2,6 +2,7 @@
 #include <QVLib/Security/UserAccessToken.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace {
 
@@ -137,6 +138,30 @@ TEST(SecuritySettingsTest, RightsOfAllMatchingEntriesAddUp) {
         settings.GetAccessRightsForUser(c.token, rights);
         EXPECT_EQ(Printed([&](CTextOutput& out) { rights.PrintRights(out); }), c.rights);
     }
+}
+
+// Root runs this as others, too: one whom the system knows, and one whom it does not.
+TEST(SecuritySettingsTest, DefaultsGoByTheUserOfTheProcess) {
+    const uid_t self = geteuid();
+    const struct {
+        uid_t user;
+        const char* entries;
+    } cases[] = {
+        {0, "root: World=Full;\n*: World=Refresh;\n"},
+        {65534, "nobody: World=Full;\nroot: World=Full;\n*: World=Refresh;\n"},
+        {4000000001, "root: World=Full;\n*: World=Full;\n"},
+    };
+    for (const auto& c : cases) {
+        if (seteuid(c.user) != 0)
+            continue;
+        CSecuritySettings settings;
+        settings.InitialiseForCurrentUser();
+        EXPECT_EQ(seteuid(self), 0);
+        EXPECT_EQ(Text(settings), c.entries);
+    }
+    CSecuritySettings settings;
+    settings.InitialiseForServer(true);
+    EXPECT_EQ(Text(settings), "root: World=Full;\n*: World=Full;\nGuest: World=Full;\n");
 }
 
 CSecuritySettings& Sample(CSecuritySettings& settings) {

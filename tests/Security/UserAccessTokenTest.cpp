@@ -68,6 +68,7 @@ TEST(UserAccessTokenTest, LogsRealUsersOnWithAllTheirGroups) {
 
         ASSERT_TRUE(token.Logon(authentication, CQVSecureWString("alice"), CQVSecureWString("secret")));
         EXPECT_STREQ(token.m_UserName.Get(), "alice");
+        EXPECT_STREQ(token.m_szLogonError, "Authentication failure"); // of the last one that failed
         EXPECT_EQ(token.m_Groups, std::set<qvstring>(groups.begin(), groups.end()));
         CSecuritySettings settings;
         Parse(settings, "@group299: ZoneC=Write; *: World=Refresh; Guest: World=Full; alice: ZoneA=Force;"

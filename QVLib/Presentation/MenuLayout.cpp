@@ -16,6 +16,24 @@ const char* StateText(MenuLayoutStringEntryType state) {
     }
 }
 
+class Printer final : public MenuLayoutBuilderInterface {
+public:
+    explicit Printer(CTextOutput& out) : m_Out(out) {}
+
+    void AddMenuItem(const qvstring& text, unsigned int command, MenuLayoutStringEntryType state) override {
+        m_Out.PrintLine("%s (%u)%s", text.c_str(), command, StateText(state));
+    }
+    void AddSeparator() override { m_Out.PrintLine("Separator"); }
+    void BeginSubMenu(const qvstring& text) override {
+        m_Out.PrintLine("%s submenu:", text.c_str());
+        m_Out.AdjustIndent(1);
+    }
+    void EndSubMenu(const qvstring&) override { m_Out.AdjustIndent(-1); }
+
+private:
+    CTextOutput& m_Out;
+};
+
 } // namespace
 
 void MenuLayout::AddMenuEntry(const char* text, unsigned int command) {
@@ -50,16 +68,46 @@ void MenuLayout::AddSubMenu(qvstring&& text, MenuLayout* submenu) {
     m_Entries.push_back({MenuEntrySubMenu, std::move(text), 0, MenuLayoutEntryNormal, std::move(owned)});
 }
 
+// On the way down, the place of a submenu in its menu keeps the way up. That takes neither a stack nor an allocation.
+void MenuLayout::ClearMenuLayout() {
+    MenuLayout* above = nullptr;
+    for (MenuLayout* layout = this; layout != this || !layout->m_Entries.empty();) {
+        if (layout->m_Entries.empty()) {
+            delete std::exchange(layout, above);
+            above = layout->m_Entries.back().m_pSubMenu.release();
+            layout->m_Entries.pop_back();
+        } else if (MenuLayout* const subMenu = layout->m_Entries.back().m_pSubMenu.release()) {
+            layout->m_Entries.back().m_pSubMenu.reset(above);
+            above = std::exchange(layout, subMenu);
+        } else {
+            layout->m_Entries.pop_back();
+        }
+    }
+}
+
 void MenuLayout::BuildMenu(MenuLayoutBuilderInterface& builder) const {
-    for (const MenuEntry& entry : m_Entries) {
+    struct Place {
+        const MenuLayout* m_pLayout;
+        std::size_t m_Next;
+    };
+    std::vector<Place> places = {{this, 0}};
+    for (;;) {
+        Place& place = places.back();
+        if (place.m_Next == place.m_pLayout->m_Entries.size()) {
+            places.pop_back();
+            if (places.empty())
+                return;
+            builder.EndSubMenu(places.back().m_pLayout->m_Entries[places.back().m_Next - 1].m_Text);
+            continue;
+        }
+        const MenuEntry& entry = place.m_pLayout->m_Entries[place.m_Next++];
         switch (entry.m_Kind) {
         case MenuEntryItem:
             builder.AddMenuItem(entry.m_Text, entry.m_Command, entry.m_State);
             break;
         case MenuEntrySubMenu:
             builder.BeginSubMenu(entry.m_Text);
-            entry.m_pSubMenu->BuildMenu(builder);
-            builder.EndSubMenu(entry.m_Text);
+            places.push_back({entry.m_pSubMenu.get(), 0});
             break;
         default:
             builder.AddSeparator();
@@ -68,19 +116,6 @@ void MenuLayout::BuildMenu(MenuLayoutBuilderInterface& builder) const {
 }
 
 void MenuLayout::PrintMenuLayout(CTextOutput& out) const {
-    for (const MenuEntry& entry : m_Entries) {
-        switch (entry.m_Kind) {
-        case MenuEntryItem:
-            out.PrintLine("%s (%u)%s", entry.m_Text.c_str(), entry.m_Command, StateText(entry.m_State));
-            break;
-        case MenuEntrySubMenu:
-            out.PrintLine("%s submenu:", entry.m_Text.c_str());
-            out.AdjustIndent(1);
-            entry.m_pSubMenu->PrintMenuLayout(out);
-            out.AdjustIndent(-1);
-            break;
-        default:
-            out.PrintLine("Separator");
-        }
-    }
+    Printer printer(out);
+    BuildMenu(printer);
 }

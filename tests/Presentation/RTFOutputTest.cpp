@@ -1,4 +1,5 @@
 #include "../BinaryStreams/BinaryStreamsTesting.h"
+#include "../support/SmallStack.h"
 #include "../support/TemporaryFolder.h"
 #include <QVLib/BinaryStreams/BinaryInput.h>
 #include <QVLib/Presentation/ClipboardInterface.h>
@@ -11,6 +12,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <memory>
 
 namespace {
 
@@ -163,6 +165,24 @@ TEST(MenuLayout, IsBuiltAndPrinted) {
                                "  Empty submenu:\nSeparator\n");
     menu.ClearMenuLayout();
     EXPECT_TRUE(menu.IsEmptyLayout());
+}
+
+TEST(MenuLayout, MayBeDeep) {
+    constexpr int depth = 100'000;
+    RunOnSmallStack([] {
+        auto menu = std::make_unique<MenuLayout>();
+        for (int i = 0; i < depth; i++) {
+            auto outer = std::make_unique<MenuLayout>();
+            outer->AddMenuEntry("i", 1);
+            outer->AddSubMenu("m", menu.release());
+            outer->AddSeparator();
+            menu = std::move(outer);
+        }
+        Builder builder;
+        menu->BuildMenu(builder);
+        EXPECT_EQ(builder.m_Calls.size(), depth * std::string("i/1/0 m{ }m - ").size());
+        EXPECT_NE(builder.m_Calls.find("i/1/0 m{ }m - }m - "), std::string::npos);
+    });
 }
 
 TEST(TextBufferUpdate, KeepsLines) {

@@ -7,6 +7,7 @@
 //     menu.BuildMenu(builder);       // the client's toolkit makes the real one
 //
 // Ownership: a layout owns its submenus.
+// Depth:     menus made from data may be as deep as they like; nothing here recurses.
 // Threads:   one thread at a time.
 #pragma once
 
@@ -53,6 +54,7 @@ public:
     MenuLayout() = default;
     MenuLayout(const MenuLayout&) = delete;
     MenuLayout& operator=(const MenuLayout&) = delete;
+    ~MenuLayout() { ClearMenuLayout(); }
 
     // `command` is the number that the client gets when the user picks the entry.
     void AddMenuEntry(const char* text, unsigned int command);
@@ -67,13 +69,13 @@ public:
     void AddSubMenu(qvstring&& text, MenuLayout* submenu);
 
     // Deletes the entries, submenus included.
-    void ClearMenuLayout() { m_Entries.clear(); }
+    void ClearMenuLayout();
     bool IsEmptyLayout() const { return m_Entries.empty(); }
     const std::vector<MenuEntry>& GetEntries() const { return m_Entries; }
 
     // Tells all entries, in order, to the builder.
     void BuildMenu(MenuLayoutBuilderInterface& builder) const;
-    // One line an entry, submenus indented.
+    // One line an entry, submenus indented: "Open (5) checked", "Separator", "More submenu:".
     void PrintMenuLayout(CTextOutput& out) const;
 
 private:

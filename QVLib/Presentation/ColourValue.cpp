@@ -60,8 +60,11 @@ bool ReadComponent(CParseContext& context, const char* expected, unsigned int& c
     const qvstring& text = token.Text();
     const auto result =
         std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
-    if (result.ec == std::errc::result_out_of_range)
-        number = 255;
+    if (result.ec == std::errc::result_out_of_range) {
+        // Too great, or, with nothing but zeros before the point, too small.
+        const bool bGreat = text.find_first_of("123456789") < text.find('.');
+        number = bGreat ? 255 : 0;
+    }
 
     context.GetNextToken(token);
     if (token.Type() == '%')

@@ -113,6 +113,13 @@ TEST(ColourValue, ParsesEveryForm) {
     }
 }
 
+TEST(ColourValue, CutsOffFractionsOfAnyLength) {
+    const std::string zeros(400, '0');
+    CColourValue colour;
+    ASSERT_TRUE(colour.ParseText("rgb(0." + zeros + "1, " + zeros + "2.5, 1" + zeros + "%)"));
+    EXPECT_EQ(Print(colour), "#0002ff");
+}
+
 TEST(ColourValue, RefusesWithAMessage) {
     const struct {
         const char* text;

@@ -73,7 +73,7 @@ bool BinaryInputZlibInflate::InflateBlock() {
     if (result == Z_BUF_ERROR && bSourceUsedUp)
         return false;
     if (result != Z_OK && result != Z_STREAM_END) {
-        m_BlockIndex = m_BlockSize; // what came before the fault is not trusted either
+        m_BlockSize = 0; // what came before the fault is not trusted either, also not by a later Seek()
         RaiseZlibError();
     }
     m_bStreamEnded = result == Z_STREAM_END;

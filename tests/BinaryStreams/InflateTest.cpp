@@ -135,6 +135,7 @@ TEST(Inflate, RefusesDamage) {
             } catch (const CBinaryInput::EOFException&) {
             } catch (const std::logic_error& error) {
                 EXPECT_STREQ(error.what(), "ZLIB error");
+                EXPECT_THROW(input.Seek(input.Tell() + 1), std::logic_error);
                 EXPECT_THROW(Read(input, 1'025), std::logic_error) << "and goes on refusing";
                 refused++;
             }

@@ -38,18 +38,18 @@ void CTagPropertyEnumeration::SaveEnumeration(unsigned short version, CBinaryOut
 }
 
 void CTagPropertyEnumeration::LoadEnumeration(unsigned short version, CBinaryInput& in) {
-    m_bEnumFlag = false;
-    m_Values.clear();
+    *this = CTagPropertyEnumeration();
+    CTagPropertyEnumeration loaded;
     if (HasEnumFlag(version))
-        in >> m_bEnumFlag;
+        in >> loaded.m_bEnumFlag;
     unsigned int count;
     in >> count;
     // The count is only believed one value at a time.
     for (unsigned int i = 0; i < count; i++) {
-        EnumValue value;
+        EnumValue& value = loaded.m_Values.emplace_back();
         in >> value.m_bMarked >> value.m_Icon >> value.m_SecondText >> value.m_FirstText;
-        m_Values.push_back(std::move(value));
     }
+    *this = std::move(loaded);
 }
 
 void CTagPropertyEnumeration::PrintEnumeration(CTextOutput& out) const {

@@ -114,12 +114,16 @@ TEST(TagName, FollowsARename) {
     }
 }
 
-CTagPropertyEnumeration Load(const std::string& bytes, unsigned short version) {
+void LoadInto(CTagPropertyEnumeration& loaded, const std::string& bytes, unsigned short version) {
     BinaryInputFromReadOnlyData in(BinaryStringLengthUTF8Character,
                                    reinterpret_cast<const unsigned char*>(bytes.data()),
                                    static_cast<unsigned int>(bytes.size()));
-    CTagPropertyEnumeration loaded;
     loaded.LoadEnumeration(version, in);
+}
+
+CTagPropertyEnumeration Load(const std::string& bytes, unsigned short version) {
+    CTagPropertyEnumeration loaded;
+    LoadInto(loaded, bytes, version);
     return loaded;
 }
 
@@ -156,9 +160,13 @@ TEST(TagPropertyEnumeration, IsStoredPrintedAndSorted) {
 }
 
 TEST(TagPropertyEnumeration, BelievesNoCount) {
-    const std::string bytes = FromHex("00 FF FF FF FF 01 07 00 00 00 00 00");
-    for (size_t length = 0; length <= bytes.size(); length++)
-        EXPECT_THROW(Load(bytes.substr(0, length), 63), CBinaryInput::EOFException) << length;
+    const std::string bytes = FromHex("01 FF FF FF FF 01 07 00 00 00 00 00");
+    for (size_t length = 0; length <= bytes.size(); length++) {
+        CTagPropertyEnumeration values;
+        values.AddEnumValue(true, "on", "Ein");
+        EXPECT_THROW(LoadInto(values, bytes.substr(0, length), 63), CBinaryInput::EOFException) << length;
+        EXPECT_TRUE(values.GetValues().empty() && !values.GetEnumFlag()) << "no half of an enumeration";
+    }
 }
 
 TEST(StringFromAlarmState, HasTextsForEveryState) {

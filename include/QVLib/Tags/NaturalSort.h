@@ -8,5 +8,5 @@
 //
 // Runs of digits, of any length and in any script, compare by their value; everything else by the code points of the
 // upper-case letters. A digit stands where the ASCII digit of its value stands: what is no digit sorts before all
-// digits or behind all of them, whatever their script. Linear, allocates nothing.
+// digits or behind all of them, whatever their script. Linear, allocates nothing. Any thread.
 int QVNatrualSort(const qvstring& a, const qvstring& b);

@@ -41,7 +41,7 @@ public:
 
     void SaveEnumeration(unsigned short version, CBinaryOutput& out) const;
     // Replaces flag (false in versions without it) and values. Data that end early or hold a text of more than
-    // CBinaryInput::MaxStringLength characters throw as CBinaryInput says; what was read until then stays.
+    // CBinaryInput::MaxStringLength characters throw as CBinaryInput says; there are no values then.
     void LoadEnumeration(unsigned short version, CBinaryInput& in);
 
     // One line a value: "+ Icon=07 first (second)", with a blank for "+" unless marked, and "NoIcon" for 255.

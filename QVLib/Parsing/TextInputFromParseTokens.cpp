@@ -53,6 +53,9 @@ bool TextInputFromParseTokens::ReadNextCodePoint(int& codePoint) {
     if (m_OffsetInPiece == m_Current->m_Length) {
         ++m_Current;
         m_OffsetInPiece = 0;
+        // Here as well as behind the newline: the line feed of a CR LF is read without a new position.
+        if (m_Current != m_Pieces.end())
+            SetLocation(m_Current->m_Location);
     }
     return true;
 }

@@ -71,10 +71,11 @@ void CSourceLocation::Init(const CQVTextLocation& location) {
 bool CSourceLocation::ParseLocation(const qvstring& line, unsigned int& colonPosition) {
     if (line.empty())
         return false;
-    ClearLocation();
     const std::size_t colon = line.find(':', 3);
     colonPosition = colon == qvstring::npos ? NoColon : static_cast<unsigned int>(colon);
-    m_LocationText = line.substr(0, colon);
+    qvstring location = line.substr(0, colon); // before `line`, which may be one of the old parts, is cleared
+    ClearLocation();
+    m_LocationText = std::move(location);
     if (m_LocationText.find_first_of("*<>\"|") != qvstring::npos)
         return false;
 

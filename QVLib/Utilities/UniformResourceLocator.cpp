@@ -1,8 +1,16 @@
 #include <QVLib/Utilities/UniformResourceLocator.h>
 #include <string_view>
+#include <utility>
 
 int UniformResourceLocator::ParseURL(const qvstring& url) {
-    ClearURL();
+    // The parts are stored at last, since `url` may be one of the old ones.
+    UniformResourceLocator parsed;
+    const int result = parsed.Split(url);
+    *this = std::move(parsed);
+    return result;
+}
+
+int UniformResourceLocator::Split(const qvstring& url) {
     if (url.empty())
         return ParseEmpty;
     const std::size_t colon = url.find(':');
@@ -19,11 +27,11 @@ int UniformResourceLocator::ParseURL(const qvstring& url) {
     m_Authority = url.substr(start, slash == qvstring::npos ? qvstring::npos : slash - start);
     if (slash != qvstring::npos)
         m_Path = url.substr(slash);
-    ParseAuthority();
+    SplitAuthority();
     return ParseDone;
 }
 
-void UniformResourceLocator::ParseAuthority() {
+void UniformResourceLocator::SplitAuthority() {
     std::size_t host = 0;
     const std::size_t at = m_Authority.find('@');
     if (at != qvstring::npos) {

@@ -54,6 +54,17 @@ TEST(TextInputFromParseTokens, ReadsPiecesWhereTheyStand) {
     EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 ");
     parts.AddToken(tokens.front());
     EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 a@1:1 b@1:2 ") << "reading begins again";
+
+    const auto at = [](const char* text, unsigned int line) {
+        CQVTextLocation place;
+        place.SetLineAndColumn(line, 1);
+        return CParseToken(text, CErrorLocationTextRange(place, place));
+    };
+    const CParseToken made[] = {at("a\r", 2), at("\n", 4), at("b", 6)};
+    TextInputFromParseTokens newline;
+    for (const CParseToken& token : made)
+        newline.AddToken(token);
+    EXPECT_EQ(PrintRest(newline), "a@2:1 ~@2:2 b@6:1 ") << "one newline across two tokens";
 }
 
 TEST(TextInputFromParseTokens, GoesBackAnywhere) {

@@ -74,6 +74,8 @@ TEST(SourceLocation, TellsItsParts) {
     EXPECT_EQ(*location.GetQueryValue("File"), "a.txt");
     EXPECT_EQ(*location.GetQueryValue("Flag"), "");
     EXPECT_EQ(location.GetQueryValue("file"), nullptr);
+    ASSERT_TRUE(location.ParseLocation(location.GetLocationText(), colon)) << "an old part of its own";
+    EXPECT_EQ(Format(location), "Plant/Tank1?File=a.txt&Flag(12,5-9)");
 
     const CSourceLocation file("A", "b&c.txt");
     EXPECT_EQ(file.GetModuleNameWithQuery(), "A?File=b&c.txt");

@@ -327,6 +327,9 @@ TEST(UniformResourceLocator, SplitsAnything) {
                   row.parts)
             << row.url;
     }
+    url.ParseURL("jar:file://host/x");
+    EXPECT_EQ(url.ParseURL(url.GetPath()), 0) << "a part of the one before";
+    EXPECT_EQ(url.GetScheme() + "|" + url.GetHost(), "file|host");
 }
 
 } // namespace

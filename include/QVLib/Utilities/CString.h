@@ -16,7 +16,8 @@ public:
     QVCString& operator=(QVCString&& other) noexcept;
     ~QVCString();
 
-    // Takes a copy as well-formed UTF-8: malformed bytes become U+FFFD. Text of 4 GiB gives std::length_error.
+    // Takes a copy as well-formed UTF-8: malformed bytes become U+FFFD. Text of more than a third
+    // of 4 GiB gives std::length_error.
     void FromQVString(const qvstring& text);
     // Takes over `text`, which was made with new char[] and has `length` bytes and a terminating zero behind them.
     // With length 0 it is freed at once. It may be null when the length is 0.

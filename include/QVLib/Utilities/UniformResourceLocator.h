@@ -19,7 +19,8 @@ public:
         ParseNoColon = 2, // the text has no ':', so it has no scheme
     };
 
-    // Takes `url` apart; all parts are empty on any result but ParseDone.
+    // Takes `url` apart, which may be a part of what was parsed before (a URL in the path of another). All parts are empty
+    // on any result but ParseDone.
     int ParseURL(const qvstring& url);
     void ClearURL() { *this = UniformResourceLocator(); }
 
@@ -36,7 +37,8 @@ public:
     const qvstring& GetPort() const { return m_Port; }
 
 private:
-    void ParseAuthority();
+    int Split(const qvstring& url);
+    void SplitAuthority();
 
     qvstring m_Scheme;
     qvstring m_Authority;

@@ -30,9 +30,9 @@ void AppendComponent(qvstring& path, const qvstring& name) {
         path.append(name, start);
 }
 
-// Gives `file` the permissions of `model`, where that exists, and its owner if the system lets us. Returns an
-// errno, 0 for success.
-int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model) {
+// Gives `file` the owner of `model`, where that exists, if the system lets us, and its permissions, or
+// `fixedMode` when that is not negative. Returns an errno, 0 for success.
+int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model, int fixedMode) {
     struct stat wanted, present;
     if (qv_system().stat(model.GetPathCStr(), &wanted) != 0)
         return errno == ENOENT ? 0 : errno;
@@ -46,6 +46,8 @@ int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model) {
         qv_system().chown(file.GetPathCStr(), UINT_MAX, wanted.st_gid) != 0 &&
         wanted.st_gid != present.st_gid)
         mode &= ~070U | (mode & 07) << 3;
+    if (fixedMode >= 0)
+        mode = static_cast<unsigned int>(fixedMode);
     if (mode != (present.st_mode & 0777) && qv_system().chmod(file.GetPathCStr(), mode) != 0)
         return errno;
     return 0;
@@ -148,8 +150,8 @@ bool CQVFilePath::RenameFile(const CQVFilePath& target) {
     return error == 0;
 }
 
-bool CQVFilePath::ReplaceFileWith(const CQVFilePath& replacement) {
-    int error = TakeOverAccess(replacement, *this);
+bool CQVFilePath::ReplaceFileWith(const CQVFilePath& replacement, int mode) {
+    int error = TakeOverAccess(replacement, *this, mode);
     if (error == 0)
         error = RenameDurably(replacement, *this);
     if (error != 0)

@@ -51,10 +51,10 @@ public:
     bool RenameFile(const CQVFilePath& target);
     // Puts `replacement` in the place of this file, in one step; its own name is then gone. Where this file
     // exists, the replacement first takes over its permissions, and its owner and group as far as this process
-    // may give files away; a group that is another than before may do no more than everybody. A path that is a
-    // symbolic link is itself replaced; see FollowLinks(). The error of a failure is left in this path. Durable
-    // as RenameFile().
-    bool ReplaceFileWith(const CQVFilePath& replacement);
+    // may give files away; a group that is another than before may do no more than everybody. A `mode` that is not
+    // negative (0600 for a secret) stands for the permissions of the former file. A path that is a symbolic link
+    // is itself replaced; see FollowLinks(). The error of a failure is left in this path. Durable as RenameFile().
+    bool ReplaceFileWith(const CQVFilePath& replacement, int mode = -1);
 
     // Makes the creation, renaming and removal of files in this folder survive a power cut.
     bool SyncFolder();

@@ -3,7 +3,7 @@
 
 #include <QVPlatform/Module.h>
 
-constexpr unsigned int EnglishMessageCount = 92;
+constexpr unsigned int EnglishMessageCount = 93;
 constexpr unsigned int GermanMessageCount = 38;
 
 extern const CQVModule::StringResource g_EnglishMessages[EnglishMessageCount];

@@ -21,6 +21,7 @@ constinit const CQVModule::StringResource g_EnglishMessages[EnglishMessageCount]
     {117, "The connection to the %s was closed unexpectedly."},
     {118, "The %s shutdown the connection."},
     {119, "The connection to the %s was closed unexpectedly."},
+    {120, "The certificate of the %s was refused: %s."},
 
     {210, "Cleared (disabled)"},
     {211, "Cleared"},

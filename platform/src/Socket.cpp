@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 static_assert(sizeof(sockaddr_storage) <= QVSocketAddress::Capacity);
+static_assert(QVSocket::StreamType == SOCK_STREAM && QVSocket::TcpProtocol == IPPROTO_TCP);
 
 namespace {
 

@@ -1,10 +1,13 @@
 #include <QVPlatform/Socket.h>
 
+#include <QVPlatform/BrokenPipeGuard.h>
+
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -117,6 +120,21 @@ TEST(Socket, ReportsAPeerThatIsGoneWithoutASignal) {
     EXPECT_EQ(connection.client.GetLastError(), ECONNRESET);
     EXPECT_EQ(connection.client.SendData("x", 1), -1); // SIGPIPE would end the test here
     EXPECT_EQ(connection.client.GetLastError(), EPIPE);
+}
+
+TEST(BrokenPipeGuard, TakesTheSignalOfItsScopeOnly) {
+    {
+        const QVBrokenPipeGuard guard;
+        std::raise(SIGPIPE); // would end the test
+        errno = EXDEV;
+    }
+    EXPECT_EQ(errno, EXDEV);
+    const QVBrokenPipeGuard outer;
+    std::raise(SIGPIPE);
+    { const QVBrokenPipeGuard inner; }
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
 }
 
 TEST(Socket, TellsARefusedConnectionWhenTheOutcomeIsKnown) {

@@ -32,6 +32,7 @@ constexpr unsigned int ConnectWithoutSocket = 116;
 constexpr unsigned int ConnectionClosed = 117;       // %s peer
 constexpr unsigned int ConnectionShutDown = 118;     // %s peer
 constexpr unsigned int SecureConnectionClosed = 119; // %s peer
+constexpr unsigned int PeerCertificateRefused = 120; // %s peer, %s reason
 
 // Alarm states: the first of eight, and the text for a state that does not exist.
 constexpr unsigned int FirstAlarmState = 210;

@@ -116,6 +116,10 @@ public:
         Writable = 2, // room to send, a connection that is made, or an error
     };
 
+    // The system's numbers for CreateSocket().
+    static constexpr int StreamType = 1;  // SOCK_STREAM
+    static constexpr int TcpProtocol = 6; // IPPROTO_TCP
+
     QVSocket() = default;
     // Closes the socket.
     ~QVSocket();

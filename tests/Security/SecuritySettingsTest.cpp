@@ -192,6 +192,19 @@ TEST(SecuritySettingsTest, BinaryFormIsReadBackAndEveryCutIsNoticed) {
         CSecuritySettings part;
         EXPECT_THROW(LoadInto(part, bytes.substr(0, cut)), CBinaryInput::EOFException) << cut;
     }
+    // Nothing is redundant: one bit that is wrong never gives the same rights.
+    EXPECT_TRUE(settings.UpdateUserZoneRights(Named("*"), 3, 1));
+    const std::string whole = Saved([&](CBinaryOutput& out) { settings.SaveBinary(out); });
+    for (std::size_t bit = 0; bit < 8 * whole.size(); ++bit) {
+        std::string flipped = whole;
+        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+        CSecuritySettings other;
+        try {
+            EXPECT_FALSE(LoadInto(other, flipped) && other == settings) << bit;
+        } catch (const CBinaryInput::EOFException&) {
+        } catch (const std::length_error&) {
+        }
+    }
 }
 
 TEST(SecuritySettingsTest, HostileCountsAreBoundedByTheData) {

@@ -1,9 +1,12 @@
 #include "support/PamStack.h"
 #include <QVPlatform/SecureMemory.h>
 #include <QVPlatform/UserAuthentication.h>
+#include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -124,6 +127,32 @@ TEST(UserAuthentication, TellsWhomTheStackEndedWith) {
         EXPECT_EQ(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_SystemUser, "account");
         unsetenv("PAM_USER");
         EXPECT_NE(Ask(QVUserAuthentication("mapping"), "alias", "secret").m_ErrorCode, 0);
+    });
+}
+
+// Right and wrong passwords at once: nobody gets another one's answer.
+TEST(UserAuthentication, LogonsRunSideBySide) {
+    PamStack stack;
+    stack.AddUser("alice", "secret");
+    stack.AddUser("bob", "hidden");
+    stack.RunInside([] {
+        std::atomic<int> wrong{0};
+        std::vector<std::thread> threads;
+        for (const std::string user : {"alice", "bob", "alice", "bob"})
+            threads.emplace_back([&wrong, user] {
+                for (const char* const password :
+                     {"secret", "hidden", "secret", "hidden", "secret", "hidden"}) {
+                    Result result;
+                    const bool bRight = (user == "alice") == (password[0] == 's');
+                    const bool bDone =
+                        QVUserAuthentication().Authenticate(Secret(user), Secret(password), result);
+                    if (bDone != bRight || result.m_SystemUser != (bRight ? user : ""))
+                        ++wrong;
+                }
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(wrong, 0);
     });
 }
 

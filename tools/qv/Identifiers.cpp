@@ -30,39 +30,25 @@ const char* MeaningOf(int result) {
     }
 }
 
-class GuidPrinter {
-public:
-    explicit GuidPrinter(OutputFormat format) : m_Writer(format, {{"guid", Column::Text}}) {}
-
-    void Add(const QVGuid& guid) {
-        CTextOutputString text;
-        guid.PrintGuid(text);
-        if (m_Writer.IsForPeople()) {
-            m_Writer.AddLine(text.GetString());
-        } else {
-            m_Writer.GetTable().AddText(text.GetString());
-            m_Writer.GetTable().EndRow();
-        }
-    }
-    void Finish() { m_Writer.Finish(); }
-
-private:
-    LineWriter m_Writer;
-};
+void PrintGuid(const QVGuid& guid, LineWriter& writer) {
+    CTextOutputString text;
+    guid.PrintGuid(text);
+    writer.Add(text.GetString());
+}
 
 void MakeGuids(unsigned int count, OutputFormat format) {
-    GuidPrinter printer(format);
+    LineWriter writer(format, {{"guid", Column::Text}});
     for (unsigned int i = 0; i < count; i++) {
         QVGuid guid;
         if (!guid.SetRandom())
             throw ToolError(ExitInputOutput, "the system delivers no random numbers");
-        printer.Add(guid);
+        PrintGuid(guid, writer);
     }
-    printer.Finish();
+    writer.Finish();
 }
 
 ExitCode CheckGuids(const std::vector<std::string>& texts, OutputFormat format) {
-    GuidPrinter printer(format);
+    LineWriter writer(format, {{"guid", Column::Text}});
     ExitCode exitCode = ExitDone;
     for (const std::string& text : texts) {
         TextInputQVString input(text, "");
@@ -70,14 +56,14 @@ ExitCode CheckGuids(const std::vector<std::string>& texts, OutputFormat format) 
         const int result = guid.ParseGuid(&input);
         int rest;
         if (result == QVGuid::ParseDone && !input.ReadCodePoint(rest)) {
-            printer.Add(guid);
+            PrintGuid(guid, writer);
             continue;
         }
         SayError(Quoted(text) + " is no GUID: " +
                  (result == QVGuid::ParseDone ? "there is more behind it" : MeaningOf(result)));
         exitCode = ExitFindings;
     }
-    printer.Finish();
+    writer.Finish();
     return exitCode;
 }
 

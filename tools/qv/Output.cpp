@@ -311,6 +311,15 @@ void TableWriter::Finish() {
     WriteOut();
 }
 
+void LineWriter::Add(std::string_view text) {
+    if (m_bHuman) {
+        AddLine(text);
+        return;
+    }
+    m_Table.AddText(text);
+    m_Table.EndRow();
+}
+
 void LineWriter::AddLine(std::string_view text) {
     constexpr std::size_t Enough = 64U << 10;
     m_Lines.append(text) += '\n';

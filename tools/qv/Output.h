@@ -98,6 +98,9 @@ public:
     LineWriter(OutputFormat format, std::vector<Column> columns)
         : m_bHuman(format == OutputFormat::Human), m_Table(format, std::move(columns)) {}
 
+    // A result that is a text and nothing else: a line, or the row of a table with one column.
+    void Add(std::string_view text);
+
     bool IsForPeople() const { return m_bHuman; }
     // For people.
     void AddLine(std::string_view text);

@@ -54,12 +54,7 @@ ExitCode MatchNames(const MatchOptions& options, OutputFormat format) {
         if (result != OPCMatchYes)
             return;
         bFound = true;
-        if (writer.IsForPeople()) {
-            writer.AddLine(name);
-        } else {
-            writer.GetTable().AddText(name);
-            writer.GetTable().EndRow();
-        }
+        writer.Add(name);
     });
     writer.Finish();
     if (bMalformed)
@@ -79,14 +74,8 @@ ExitCode SortNames(const SortOptions& options, OutputFormat format) {
         return (options.m_bReverse ? QVNatrualSort(b, a) : QVNatrualSort(a, b)) < 0;
     });
     LineWriter writer(format, {{"name", Column::Text}});
-    for (const std::string& name : names) {
-        if (writer.IsForPeople()) {
-            writer.AddLine(name);
-        } else {
-            writer.GetTable().AddText(name);
-            writer.GetTable().EndRow();
-        }
-    }
+    for (const std::string& name : names)
+        writer.Add(name);
     writer.Finish();
     return ExitDone;
 }

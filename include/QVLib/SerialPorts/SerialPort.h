@@ -16,10 +16,13 @@
 // States:   closed -> OpenPort() -> open -> SetPortMode(), any number of times -> ClosePort() -> closed. A
 //           mode that the device refuses closes the port; a mode string that is wrong does not.
 // Alone:    an open port holds the lock that programs agree on (flock), and where the device knows it the
-//           system refuses others (TIOCEXCL; root it does not). Both end with ClosePort() and with the
-//           process.
+//           system refuses others (TIOCEXCL; root it does not), so that who comes second fails at locking or
+//           already at opening, with EBUSY both times. Both end with ClosePort(). A process that ends without
+//           it leaves no lock, but the system goes on refusing while any other program has the device open.
 // Waiting:  the device is opened blocking. One that is set to need a carrier makes OpenPort() wait for it; a
-//           signal whose handler does not restart calls ends that, as EINTR.
+//           signal whose handler does not restart calls ends that, as EINTR. Closing waits for what is
+//           written and not sent, as long as the system's setting for the device says (closing_wait, usually
+//           up to 30 s): on a line whose other side holds the output back, that is the whole of it.
 // Errors:   the result, a trace line, and the error record: the members from m_szErrorSummary to
 //           m_nErrorMessageLength tell of the last failed opening or setting, and stay until the next one.
 //           Texts that are longer than their room are cut.

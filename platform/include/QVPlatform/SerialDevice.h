@@ -1,9 +1,9 @@
 // Serial lines, as the system has them: terminals that are opened by name and driven through a descriptor.
 //
-// QVTerminalAttributes   the attributes of a terminal, for code that does not know the system's structure
-// qv_set_line_mode()     and its neighbours: what the library writes into such a structure and reads out of
-// it QVSerialDevice         the calls on an open line
-// QVPseudoTerminal       a line without hardware, for simulators, examples and tests
+// QVTerminalAttributes  the attributes of a terminal, for code that does not know the system's structure
+// qv_set_line_mode()    and its neighbours: what the library writes into such a structure and reads from it
+// QVSerialDevice        the calls on an open line
+// QVPseudoTerminal      a line without hardware, for simulators, examples and tests
 //
 // Errors:   QVSerialDevice's operations return the system's errno, 0 when they have worked, and those that
 //           count return -1 and leave errno in the given variable. EAGAIN (QVSerialDevice::WouldBlock) is
@@ -73,14 +73,15 @@ public:
     // Opens a line for reading and writing; it does not become the process's controlling terminal. Blocking.
     // Waits for the carrier where the line is set to need one (no CLOCAL) and has none.
     static int Open(const qvstring& name, int& handle);
+    // May wait for what is written and not sent (closing_wait of the device).
     static int Close(int handle);
 
     // Takes the lock that all programs which drive lines agree on (flock), without waiting; it goes with the
     // descriptor, so with the process too.
     static int Lock(int handle);
     static int Unlock(int handle);
-    // Has the system refuse further openings of the line (but to root), or allow them again. 0 also where the
-    // device is no terminal.
+    // Has the system refuse further openings of the line (but to root), or allow them again. It ends with the
+    // last descriptor that anybody has of the line, not with this one. 0 where the device is no terminal.
     static int SetExclusive(int handle, bool exclusive);
 
     // Throws away what has arrived and was not read, and what was written and is not sent.

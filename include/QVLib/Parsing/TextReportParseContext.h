@@ -4,7 +4,8 @@
 //
 // GetReportToken() reads it piece by piece; joined, the pieces are the template. Code and comments do not nest, and end
 // with the first of their end marks; a mark is four, three or two characters, whatever stands behind them ("?>=" ends code
-// and leaves "=").
+// and leaves "="). Marks are told apart from left to right, also where they mean nothing: the "?" of a "<?" within code
+// is taken, so "<?>" does not end it.
 // Errors:  a comment or code block that the end of the template cuts off is a token that is not terminated.
 // Threads: one thread at a time.
 #pragma once

@@ -31,10 +31,15 @@ long long TextInputFromParseTokens::Tell() const {
 
 void TextInputFromParseTokens::Seek(long long offset) {
     m_OffsetInPiece = 0;
-    m_Current = offset < 0 ? m_Pieces.end()
-                           : std::find_if(m_Pieces.begin(), m_Pieces.end(), [offset](const TokenInfo& piece) {
-                                 return piece.m_Position + piece.m_Length > offset;
-                             });
+    if (offset < 0) {
+        m_Current = m_Pieces.end();
+        return;
+    }
+    // From where it stands: parsers that go back mostly go back a little, and do so all the time.
+    while (m_Current != m_Pieces.begin() && (m_Current == m_Pieces.end() || m_Current->m_Position > offset))
+        --m_Current;
+    while (m_Current != m_Pieces.end() && m_Current->m_Position + m_Current->m_Length <= offset)
+        ++m_Current;
     if (m_Current == m_Pieces.end())
         return;
     m_OffsetInPiece = static_cast<unsigned int>(offset - m_Current->m_Position);

@@ -86,6 +86,15 @@ TEST(TextInputFromParseTokens, GoesBackAnywhere) {
         EXPECT_TRUE(rests[i - 1].ends_with(rests[i]) && rests[i - 1] != rests[i]) << rests[i];
     input.Seek(1'000);
     EXPECT_EQ(input.Tell(), -1);
+    for (const long long offset : {3, 8, 0, 9, 1, 4, 2}) {
+        for (const long long other : {0, 5, 9, -1, 10}) {
+            input.Seek(other);
+            input.Seek(offset);
+            EXPECT_EQ(input.Tell(), offset) << "from " << other;
+        }
+    }
+    input.Seek(-1);
+    EXPECT_EQ(PrintRest(input), "");
 }
 
 TEST(TextInputFromParseTokens, GivesTheSameTokensAgain) {

@@ -9,6 +9,7 @@
 // it stands in the text that the tokens came from, so it jumps from one token to the next.
 // Ownership: the tokens are borrowed and must outlive the input.
 // Offsets:   Tell() counts bytes over all pieces; -1 when all was read. A negative offset is the end for Seek(), too.
+// Cost:      Seek() walks over the pieces between where it stands and where it goes.
 // Threads:   one thread at a time.
 #pragma once
 

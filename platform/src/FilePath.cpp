@@ -39,8 +39,8 @@ int TakeOverAccess(const CQVFilePath& file, const CQVFilePath& model, int fixedM
     if (qv_system().stat(file.GetPathCStr(), &present) != 0)
         return errno;
     unsigned int mode = wanted.st_mode & 0777;
-    // A member of the group may pass on that alone. Who may do neither becomes the owner, and the group that comes
-    // with that was promised no more than everybody.
+    // A member of the group may pass on that alone. Who may do neither becomes the owner, and the group that
+    // comes with that was promised no more than everybody.
     if ((wanted.st_uid != present.st_uid || wanted.st_gid != present.st_gid) &&
         qv_system().chown(file.GetPathCStr(), wanted.st_uid, wanted.st_gid) != 0 &&
         qv_system().chown(file.GetPathCStr(), UINT_MAX, wanted.st_gid) != 0 &&

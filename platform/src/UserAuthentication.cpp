@@ -22,8 +22,8 @@ bool IsControl(int codePoint) {
     return (codePoint >= 0 && codePoint < ' ') || (codePoint >= 0x7F && codePoint < 0xA0);
 }
 
-// Texts come in the encoding of the process's locale, which may be any, and may quote what a server said: nothing in
-// them is for a terminal to obey.
+// Texts come in the encoding of the process's locale, which may be any, and may quote what a server said:
+// nothing in them is for a terminal to obey.
 void AppendText(qvstring& text, const char* bytes) {
     const char* const end = bytes + std::strlen(bytes);
     while (bytes != end) {
@@ -182,7 +182,7 @@ bool QVUserAuthentication::Authenticate(const CQVSecureWString& user, const CQVS
     result = Result();
     if (!IsName(user))
         return Fail(result, PAM_USER_UNKNOWN);
-    // Not every module heeds the flag against empty passwords, and a directory may take one for no logon at all.
+    // Not every module heeds the flag against empty passwords, and a directory may take one for no logon.
     if (password.IsEmpty() || !IsWhole(password))
         return Fail(result, PAM_AUTH_ERR);
     Dialogue dialogue{user.Get(), password.Get(), {}};

@@ -10,9 +10,9 @@
 // Waiting:   Logon() asks the system's authentication, which lets a caller with a wrong password wait for
 //            seconds, and the name service. Do not call it where others wait for the thread.
 // Secrets:   no copy of the password is made here; the user's name is wiped from memory with the token.
-// Names:     rights and groups go by the name that was typed. Where the system's authentication exchanges a user
-//            for another, that is not the account whose password was asked: do not let it do so for names that
-//            the user rights know.
+// Names:     rights and groups go by the name that was typed. Where the system's authentication exchanges a
+//            user for another, that is not the account whose password was asked: do not let it do so for
+//            names that the user rights know.
 // Groups:    those whose list of members has the user, and the group whose number is the user's own, which is what
 //            systems make that give each user a group. The primary group of the password database counts only if
 //            it is one of these. Logging on again adds the groups of the new user to those that are there: use a

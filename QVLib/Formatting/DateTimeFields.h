@@ -13,7 +13,9 @@ namespace DateTimeFields {
 
 using Fields = CQVTimestamp::TimestampStruct;
 
-constexpr int MostPerItem = 4096; // characters; repeat counts may come from a client
+// Characters. Repeat counts may come from a client, who sends a few bytes for thousands of them.
+constexpr int MostPerItem = 4096;
+constexpr int MostPerPattern = 4 * MostPerItem; // of what is loaded
 
 struct TwoDigitTable {
     constexpr TwoDigitTable() {

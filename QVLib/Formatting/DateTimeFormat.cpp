@@ -5,6 +5,7 @@
 #include <QVLib/BinaryStreams/BinaryInput.h>
 #include <QVLib/BinaryStreams/BinaryOutput.h>
 #include <QVPlatform/Unicode.h>
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <stdexcept>
@@ -220,12 +221,15 @@ void DateTimeFormat::LoadDateTimeFormat(CBinaryInput& input) {
     if (count == 0)
         return;
     std::vector<FormatChar> items; // grows with the bytes that arrive, not by their number's word
+    int characters = 0;
     for (unsigned int i = 0; i < count; i++) {
         FormatChar item;
         input >> item.m_bLiteral;
         item.m_nRepeat = input.Read7BitEncodedInt();
         item.m_CodePoint = input.ReadUTF8Character();
-        if (item.m_nRepeat < 1 || item.m_CodePoint < 0 || item.m_CodePoint > LastCodePoint)
+        characters += std::min(item.m_nRepeat, MostPerItem);
+        if (item.m_nRepeat < 1 || item.m_CodePoint < 0 || item.m_CodePoint > LastCodePoint ||
+            characters > MostPerPattern)
             throw std::logic_error("date and time format error");
         items.push_back(item);
     }

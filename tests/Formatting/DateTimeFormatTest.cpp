@@ -266,6 +266,12 @@ TEST(DateTimeFormat, HostileItems) {
     EXPECT_EQ(Format(format, Time("2007-01-08")), "8");
     Load(format, 2, {{7, INT_MAX, 'd'}, {0, INT_MAX, 's'}});
     EXPECT_EQ(Format(format, Time("2007-01-08")), std::string(4096, 'd') + std::string(4096, '0'));
+    std::vector<Item> longest{{0, INT_MAX, '-'}, {0, 5000, 's'}, {0, 4096, '-'}, {0, 4095, 'H'}, {0, 1, 'd'}};
+    Load(format, 5, longest);
+    EXPECT_EQ(Format(format, Time("2007-01-08")).size(), 16384U);
+    longest.push_back({0, 1, 'M'});
+    EXPECT_THROW(Load(format, 6, longest), std::logic_error);
+    EXPECT_EQ(Format(format, Time("2007-01-08")).size(), 16384U);
 }
 
 TEST(DataFormatSettings, OfTheCurrentUser) {

@@ -21,7 +21,9 @@
 //             Z     offset from UTC       +0530, +0000
 //           Numbers (d D u H k K h m s) have as many digits as letters at least.
 // Names:    of months and days, AM and PM, from the library's messages in the locale's language.
-// Limits:   one item of a pattern (a field, a row of equal characters) writes at most 4,096 characters.
+// Limits:   one item of a pattern (a field, a row of equal characters) writes at most 4,096 characters. What is
+//           loaded has at most 16,384 in all, letters of fields and others, as a few bytes could ask for
+//           thousands. A parsed pattern writes about as much as it is long; who takes it from outside limits that.
 // Errors:   formatting has none; a month or day of week that does not exist is written as "?".
 // Threads:  formatting changes nothing: any number of threads at a time, each with its own output.
 #pragma once
@@ -83,8 +85,9 @@ public:
     // seven bits per byte, and the character in UTF-8.
     void SaveDateTimeFormat(CBinaryOutput& output) const;
     // Replaces the items by those that were saved; none leave the old ones. Throws EOFException when the
-    // bytes end too early, and std::logic_error "date and time format error" for a repeat count below 1 or a
-    // character that Unicode does not have; this object is then as it was.
+    // bytes end too early, and std::logic_error "date and time format error" for a repeat count below 1, a
+    // character that Unicode does not have, or repeat counts (each as far as 4,096) that add up to more than
+    // 16,384; this object is then as it was.
     void LoadDateTimeFormat(CBinaryInput& input);
 
     // The parts of FormatDateTime().

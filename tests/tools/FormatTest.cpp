@@ -22,6 +22,17 @@ TEST_F(QvFormat, NumbersComeOutAsThePatternSays) {
     EXPECT_EQ(Do("format number --json \"0'\\\"'\" 7"), "{\"value\":\"7\",\"text\":\"7\\\"\"}\n");
 }
 
+// An empty line is nothing to wait with.
+TEST_F(QvFormat, ValuesThatComeSlowlyAreShownAsTheyCome) {
+    const std::string writer = "rm -f out.txt; { printf '7\\n\\n'; for i in $(seq 1000); do "
+                               "grep -q 7 out.txt && break; sleep 0.01; done; cp out.txt seen.txt; } |";
+    for (const char* format : {"", " --csv", " --json"}) {
+        const std::string all = Do("format number 0 -" + std::string(format), writer);
+        EXPECT_THAT(all, HasSubstr("7"));
+        EXPECT_EQ(m_Folder.Read("seen.txt"), all) << format;
+    }
+}
+
 TEST_F(QvFormat, WhatIsNoNumberIsAFinding) {
     Result result = Run("format number 0.0 one 2 0x3 1e999 '' 5");
     EXPECT_EQ(result.m_ExitCode, 1);

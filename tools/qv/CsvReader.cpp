@@ -1,9 +1,6 @@
 #include "CsvReader.h"
 
-#include "Tool.h"
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 
@@ -16,31 +13,23 @@ bool IsBlank(char character) {
 } // namespace
 
 CsvReader::CsvReader(const std::string& path)
-    : m_Name(path == "-" ? "standard input" : path),
-      m_pFile(path == "-" ? stdin : std::fopen(path.c_str(), "rbe")), m_Buffer(4 * MaxLineLength) {
-    if (m_pFile == nullptr)
-        throw ToolError(ExitInputOutput, m_Name + " cannot be opened: " + ErrorText(errno));
+    : m_Path(path), m_File(std::in_place, path), m_Buffer(4 * MaxLineLength) {
     std::error_code error;
-    if (m_pFile != stdin && std::filesystem::is_regular_file(path, error))
+    if (path != "-" && std::filesystem::is_regular_file(path, error))
         m_Size = std::filesystem::file_size(path, error);
     if (error)
         m_Size = 0;
 }
 
-CsvReader::~CsvReader() {
-    if (m_pFile != stdin)
-        std::fclose(m_pFile);
-}
-
 void CsvReader::Rewind() {
-    std::rewind(m_pFile);
+    m_File.emplace(m_Path);
     m_Begin = m_End = 0;
     m_BytesRead = 0;
     m_LineNumber = 0;
 }
 
 std::string CsvReader::GetLocation() const {
-    return m_Name + ":" + std::to_string(m_LineNumber) + ": ";
+    return m_File->GetName() + ":" + std::to_string(m_LineNumber) + ": ";
 }
 
 // Moves what is left to the front of the buffer and reads more behind it; false at the end of the file.
@@ -48,9 +37,9 @@ bool CsvReader::Fill() {
     std::memmove(m_Buffer.data(), m_Buffer.data() + m_Begin, m_End - m_Begin);
     m_End -= m_Begin;
     m_Begin = 0;
-    const std::size_t got = std::fread(m_Buffer.data() + m_End, 1, m_Buffer.size() - m_End, m_pFile);
-    if (std::ferror(m_pFile))
-        throw ToolError(ExitInputOutput, m_Name + " cannot be read: " + ErrorText(errno));
+    if (m_BeforeReading)
+        m_BeforeReading();
+    const std::size_t got = m_File->Read(m_Buffer.data() + m_End, m_Buffer.size() - m_End);
     m_End += got;
     m_BytesRead += got;
     return got != 0;

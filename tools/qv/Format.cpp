@@ -184,8 +184,10 @@ public:
             m_Writer.GetTable().EndRow();
         }
     }
+    // Results go out before the program waits for another line.
     void AddStandardInput() {
         CsvReader reader("-");
+        reader.CallBeforeReading([this] { m_Writer.Flush(); });
         std::vector<std::string_view> fields;
         std::string problem;
         while (reader.NextLine(fields, problem)) {
@@ -204,6 +206,7 @@ public:
 
 private:
     void Complain(const std::string& text) {
+        m_Writer.Flush(); // what was well before this stands before it
         SayError(text);
         m_bFindings = true;
     }

@@ -324,19 +324,21 @@ void LineWriter::AddLine(std::string_view text) {
     constexpr std::size_t Enough = 64U << 10;
     m_Lines.append(text) += '\n';
     if (m_Lines.size() >= Enough)
-        WriteLines();
+        Flush();
+}
+
+void LineWriter::Flush() {
+    WriteStandardOutput(m_Lines);
+    m_Lines.clear();
+    if (!m_bHuman)
+        m_Table.Flush();
 }
 
 void LineWriter::Finish() {
     if (m_bHuman)
-        WriteLines();
+        Flush();
     else
         m_Table.Finish();
-}
-
-void LineWriter::WriteLines() {
-    WriteStandardOutput(m_Lines);
-    m_Lines.clear();
 }
 
 void WriteStandardOutput(std::string_view text) {

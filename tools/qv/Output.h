@@ -62,6 +62,8 @@ public:
     void AddNothing();
     void EndRow();
 
+    // Writes the rows so far; first ones of a table for people wait for its widths.
+    void Flush() { WriteOut(); }
     // Writes what is buffered. Call once, after the last row.
     void Finish();
 
@@ -106,12 +108,12 @@ public:
     void AddLine(std::string_view text);
     // For programs.
     TableWriter& GetTable() { return m_Table; }
+    // Writes the results so far.
+    void Flush();
     // Call once, after the last result.
     void Finish();
 
 private:
-    void WriteLines();
-
     const bool m_bHuman;
     TableWriter m_Table;
     std::string m_Lines;

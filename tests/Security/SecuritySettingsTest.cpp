@@ -1,8 +1,8 @@
 #include "SecurityTesting.h"
+#include "support/OtherUser.h"
 #include <QVLib/Security/UserAccessToken.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace {
 
@@ -142,9 +142,8 @@ TEST(SecuritySettingsTest, RightsOfAllMatchingEntriesAddUp) {
 
 // Root runs this as others, too: one whom the system knows, and one whom it does not.
 TEST(SecuritySettingsTest, DefaultsGoByTheUserOfTheProcess) {
-    const uid_t self = geteuid();
     const struct {
-        uid_t user;
+        unsigned int user;
         const char* entries;
     } cases[] = {
         {0, "root: World=Full;\n*: World=Refresh;\n"},
@@ -152,12 +151,11 @@ TEST(SecuritySettingsTest, DefaultsGoByTheUserOfTheProcess) {
         {4000000001, "root: World=Full;\n*: World=Full;\n"},
     };
     for (const auto& c : cases) {
-        if (seteuid(c.user) != 0)
-            continue;
-        CSecuritySettings settings;
-        settings.InitialiseForCurrentUser();
-        EXPECT_EQ(seteuid(self), 0);
-        EXPECT_EQ(Text(settings), c.entries);
+        RunAsUser(c.user, [&] {
+            CSecuritySettings settings;
+            settings.InitialiseForCurrentUser();
+            EXPECT_EQ(Text(settings), c.entries);
+        });
     }
     CSecuritySettings settings;
     settings.InitialiseForServer(true);

@@ -19,8 +19,10 @@ struct ForeignHeaders {
 };
 constexpr ForeignHeaders kForeignHeaders[] = {
     {"platform/src/", ""},
-    // These ask of the system what the library never does: kill a process, mount a disk, make a stack small.
+    // These ask of the system what the library never does: kill a process, become another user, mount a disk, make a
+    // stack small.
     {"tests/support/ChildProcess.cpp", ""},
+    {"tests/support/OtherUser.cpp", ""},
     {"tests/support/SmallDisk.cpp", ""},
     {"tests/support/SmallStack.cpp", ""},
     {"QVLib/BinaryStreams/", "zlib.h"},

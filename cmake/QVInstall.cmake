@@ -1,4 +1,5 @@
-# What `cmake --install` puts in place: both libraries, their headers, a CMake package and two pkg-config files.
+# What `cmake --install` puts in place: both libraries, their headers, a CMake package and two pkg-config files;
+# of the tool also its manual page and its completion.
 # Every installed file finds its neighbours relative to itself, so that the tree may be moved as a whole.
 
 include(CMakePackageConfigHelpers)
@@ -12,6 +13,11 @@ if(TARGET qv)
   file(RELATIVE_PATH from_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
   set_target_properties(qv PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin_to_lib}")
   install(TARGETS qv)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/qv/completion/qv.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME qv)
+  if(TARGET qv_manual)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/qv/qv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
 endif()
 install(EXPORT QVLibTargets NAMESPACE QVLib:: DESTINATION ${package_folder})
 

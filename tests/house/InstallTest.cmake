@@ -43,6 +43,16 @@ foreach(path IN LISTS installed)
   endforeach()
 endforeach()
 
+# The tool comes with its manual page and its completion.
+if(KIND STREQUAL Shared AND EXISTS ${FOLDER}/prefix/bin/qv)
+  foreach(path share/man/man1/qv.1 share/bash-completion/completions/qv)
+    file(SIZE ${FOLDER}/prefix/${path} size)
+    if(size EQUAL 0)
+      message(FATAL_ERROR "${path} is empty")
+    endif()
+  endforeach()
+endif()
+
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_FOLDER}/tests/house/stranger -B ${FOLDER}/by-package -G ${GENERATOR}
   -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_PREFIX_PATH=${FOLDER}/prefix)

@@ -1,5 +1,6 @@
 #include "Annotate.h"
 
+#include "Help.h"
 #include "InputText.h"
 #include "Output.h"
 
@@ -100,7 +101,8 @@ void AddAnnotateCommand(CLI::App& app, ToolContext& context) {
     CLI::App* const annotate =
         app.add_subcommand("annotate", "File compilers' messages under the sources that they are about");
     const auto path = std::make_shared<std::string>("-");
-    annotate->add_option("FILE", *path,
-                         "lines such as 'Plant/Logic(12,5-9): error 906: text' (standard input)");
+    annotate->add_option(
+        "FILE", *path, "lines such as 'Plant/Logic(12,5-9): error 906: text' (default: the standard input)");
+    SetExample(*annotate, "qv annotate build.log");
     annotate->callback([path, &context] { context.m_ExitCode = AnnotateFile(*path, context.m_Format); });
 }

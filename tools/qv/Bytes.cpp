@@ -1,5 +1,6 @@
 #include "Bytes.h"
 
+#include "Help.h"
 #include "InputText.h"
 #include "Output.h"
 
@@ -124,9 +125,10 @@ void AddBytesCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const dump =
         app.add_subcommand("dump", "Print a file's bytes as text, and make a file of such text");
     const auto dumpOptions = std::make_shared<DumpOptions>();
-    dump->add_option("FILE", dumpOptions->m_File, "the file; '-' or nothing is the standard input");
-    dump->add_flag("--base64", dumpOptions->m_bBase64, "Base64 instead of hexadecimal digits");
+    dump->add_option("FILE", dumpOptions->m_File, "file, or - for the standard input (default)");
+    dump->add_flag("--base64", dumpOptions->m_bBase64, "digits of Base64 instead of hexadecimal ones");
     dump->add_flag("--back", dumpOptions->m_bBack, "read the text and write the bytes");
+    SetExample(*dump, "qv dump config.json");
     dump->callback([dumpOptions, &context] {
         if (!dumpOptions->m_bBack)
             Dump(*dumpOptions);
@@ -139,9 +141,10 @@ void AddBytesCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const crc =
         app.add_subcommand("crc16", "Print the check value that field buses use (CRC-16/MODBUS)");
     const auto crcOptions = std::make_shared<CrcOptions>();
-    crc->add_option("FILE", crcOptions->m_Files, "files; '-' is the standard input")->required();
-    crc->add_option("--initial", crcOptions->m_Initial, "the value to begin with (0xFFFF)")
+    crc->add_option("FILE", crcOptions->m_Files, "files, or - for the standard input")->required();
+    crc->add_option("--initial", crcOptions->m_Initial, "the value to begin with (default: 0xFFFF)")
         ->check(CLI::Range(0, 0xFFFF));
+    SetExample(*crc, "qv crc16 config.json");
     crc->callback(
         [crcOptions, &context] { context.m_ExitCode = PrintChecks(*crcOptions, context.m_Format); });
 }

@@ -1,5 +1,6 @@
 #include "Colour.h"
 
+#include "Help.h"
 #include "Output.h"
 
 #include <CLI/CLI.hpp>
@@ -136,6 +137,7 @@ void AddColourCommand(CLI::App& app, ToolContext& context) {
         app.add_subcommand("colour", "Show what colours mean; without any, all that have a name");
     const auto values = std::make_shared<std::vector<std::string>>();
     colour->add_option("VALUE", *values, "such as Tomato, '#f80', 'rgb(255, 50%, 0)'");
+    SetExample(*colour, "qv colour Tomato '#f80' 'rgb(255, 50%, 0)'");
     colour->callback([values, &context] {
         context.m_ExitCode =
             values->empty() ? ListColours(context.m_Format) : ShowColours(*values, context.m_Format);

@@ -2,6 +2,7 @@
 
 #include "CsvReader.h"
 #include "Excerpt.h"
+#include "Help.h"
 #include "Output.h"
 #include "TimeText.h"
 #include "Tool.h"
@@ -288,13 +289,15 @@ ExitCode FormatTime(const TimeOptions& options, OutputFormat format) {
 
 void AddFormatCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const format = app.add_subcommand("format", "Show what patterns make of numbers and times");
+    SetExample(*format, "qv format number '#,##0.00' 1234.567");
     format->require_subcommand(1);
 
     CLI::App* const number = format->add_subcommand("number", "Write numbers by a pattern like '#,##0.00'");
     const auto numberOptions = std::make_shared<NumberOptions>();
     number->add_option("PATTERN", numberOptions->m_Pattern, "the pattern")->required();
-    number->add_option("VALUE", numberOptions->m_Values, "numbers; '-' reads them from the standard input")
+    number->add_option("VALUE", numberOptions->m_Values, "numbers, or - for those of the standard input")
         ->required();
+    SetExample(*number, "qv format number '#,##0.00' 1234.567 -0.5");
     number->callback(
         [numberOptions, &context] { context.m_ExitCode = FormatNumbers(*numberOptions, context.m_Format); });
 
@@ -302,9 +305,11 @@ void AddFormatCommands(CLI::App& app, ToolContext& context) {
         format->add_subcommand("time", "Write a time by a pattern like 'yyyy-MM-dd HH:mm:ss'");
     const auto timeOptions = std::make_shared<TimeOptions>();
     time->add_option("PATTERN", timeOptions->m_Pattern, "the pattern")->required();
-    time->add_option("TIME", timeOptions->m_Time, "the time (now)");
-    time->add_option("--zone", timeOptions->m_Zone, "on the clocks of this zone (this machine's)");
-    time->add_option("--locale", timeOptions->m_Locale, "in the language of this locale (the user's)");
+    time->add_option("TIME", timeOptions->m_Time, "the time (default: now)");
+    time->add_option("--zone", timeOptions->m_Zone, "on the clocks of this zone (default: this machine's)");
+    time->add_option("--locale", timeOptions->m_Locale,
+                     "in the language of this locale (default: the user's)");
+    SetExample(*time, "qv format time 'EEEE d MMMM yyyy HH:mm XXX' now --zone Europe/Berlin --locale de");
     time->callback(
         [timeOptions, &context] { context.m_ExitCode = FormatTime(*timeOptions, context.m_Format); });
 }

@@ -4,6 +4,7 @@
 // either. A span whose records come in the same order on both sides is read once and needs no memory. Any
 // other is read again and sorted; one that is too large for that is halved first.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -279,7 +280,8 @@ void AddHistoryCompareCommand(CLI::App& history, ToolContext& context) {
     command->add_option("DIR1", options->m_First, "folder of the table that is right, the main's say")
         ->required();
     command->add_option("DIR2", options->m_Second, "folder of the table that is checked")->required();
-    command->add_option("--layout", options->m_Layout, "fields of a record of both tables");
+    command->add_option("--layout", options->m_Layout, "fields of a record of both tables, as for read");
+    SetExample(*command, "qv history compare plant copy");
     command->callback(
         [options, &context] { context.m_ExitCode = Comparison(*options, context.m_Format).Run(); });
 }

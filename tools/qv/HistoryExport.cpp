@@ -4,6 +4,7 @@
 // The files are read directly and not through the table's reads: those pass over a file that cannot be read,
 // and an export that lacks records must not look like a whole one.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -460,19 +461,23 @@ void AddHistoryExportCommands(CLI::App& history, ToolContext& context) {
     exportOptions->m_Folder.AddTo(*exporting);
     exportOptions->m_Range.AddTo(*exporting);
     exporting
-        ->add_option("--format", exportOptions->m_Format, "rowbinary (ClickHouse), pgcopy (PostgreSQL), csv")
+        ->add_option("--format", exportOptions->m_Format,
+                     "rowbinary for ClickHouse, pgcopy for PostgreSQL, csv for any")
         ->required()
         ->check(CLI::IsMember({"rowbinary", "csv", "pgcopy"}));
     exporting->add_option("--output", exportOptions->m_Output, "write to this file, not the standard output");
+    SetExample(*exporting, "qv history export plant --format csv --output plant.csv");
     exporting->callback([exportOptions, &context] { context.m_ExitCode = Export(*exportOptions); });
 
     CLI::App* const ddl = history.add_subcommand("ddl", "Print the SQL of a table that takes an export");
     const auto ddlOptions = std::make_shared<DdlOptions>();
-    ddl->add_option("--engine", ddlOptions->m_Engine, "clickhouse or postgresql")
+    ddl->add_option("--engine", ddlOptions->m_Engine, "whose SQL")
         ->required()
         ->check(CLI::IsMember({"clickhouse", "postgresql"}));
     ddl->add_option("--layout", ddlOptions->m_Layout,
-                    "fields of a record, name:type,...; default " + ddlOptions->m_Layout);
-    ddl->add_option("--table", ddlOptions->m_Table, "name of the table; default " + ddlOptions->m_Table);
+                    "fields of a record, name:type,... (default: " + ddlOptions->m_Layout + ")");
+    ddl->add_option("--table", ddlOptions->m_Table,
+                    "name of the table (default: " + ddlOptions->m_Table + ")");
+    SetExample(*ddl, "qv history ddl --engine postgresql");
     ddl->callback([ddlOptions, &context] { context.m_ExitCode = PrintDdl(*ddlOptions); });
 }

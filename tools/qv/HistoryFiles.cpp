@@ -1,5 +1,6 @@
 // qv history files, validate, housekeep and delete: a table's files as such.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -168,6 +169,7 @@ void AddHistoryFilesCommands(CLI::App& history, ToolContext& context) {
     CLI::App* const files = history.add_subcommand("files", "List the table's files, oldest first");
     const auto filesOptions = std::make_shared<FolderOptions>();
     filesOptions->AddTo(*files);
+    SetExample(*files, "qv history files plant");
     files->callback(
         [filesOptions, &context] { context.m_ExitCode = ListFiles(*filesOptions, context.m_Format); });
 
@@ -175,6 +177,7 @@ void AddHistoryFilesCommands(CLI::App& history, ToolContext& context) {
         history.add_subcommand("validate", "Check files and records; exit 1 on a fault");
     const auto validateOptions = std::make_shared<FolderOptions>();
     validateOptions->AddTo(*validate);
+    SetExample(*validate, "qv history validate plant");
     validate->callback(
         [validateOptions, &context] { context.m_ExitCode = Validate(*validateOptions, context.m_Format); });
 
@@ -187,8 +190,9 @@ void AddHistoryFilesCommands(CLI::App& history, ToolContext& context) {
         ->required();
     housekeep
         ->add_option("--max-file", housekeepOptions->m_MaxFile,
-                     "bytes from whose 4/3 on a file is split (64M)")
+                     "bytes from whose 4/3 on a file is split, such as 64M")
         ->required();
+    SetExample(*housekeep, "qv history housekeep plant --keep 10000000 --max-file 64M");
     housekeep->callback([housekeepOptions, &context] {
         context.m_ExitCode = HouseKeep(*housekeepOptions, context.m_Format);
     });
@@ -197,7 +201,8 @@ void AddHistoryFilesCommands(CLI::App& history, ToolContext& context) {
         history.add_subcommand("delete", "Erase all records of the table; tags.txt stays");
     const auto deleteOptions = std::make_shared<DeleteOptions>();
     deleteOptions->m_Folder.AddTo(*erase);
-    erase->add_flag("--yes", deleteOptions->m_bYes, "really");
+    erase->add_flag("--yes", deleteOptions->m_bYes, "do it, without which nothing is erased");
+    SetExample(*erase, "qv history delete plant --yes");
     erase->callback(
         [deleteOptions, &context] { context.m_ExitCode = Delete(*deleteOptions, context.m_Format); });
 }

@@ -59,14 +59,15 @@ FileProbe ProbeFile(const CHistoricTable::HistoricFile& historicFile, const std:
 
 void FolderOptions::AddTo(CLI::App& command) {
     command.add_option("DIR", m_Folder, "folder of the table")->required();
-    command.add_option("--layout", m_Layout, "fields of a record, name:type,...; default " + m_Layout);
+    command.add_option("--layout", m_Layout, "fields of a record, name:type,... (default: " + m_Layout + ")");
 }
 
 void RangeOptions::AddTo(CLI::App& command) {
-    CLI::Option* const from =
-        command.add_option("--from", m_From, "first time: ISO 8601, raw ticks, now, or -10m");
+    CLI::Option* const from = command.add_option(
+        "--from", m_From, "first time, such as 2021-03-04T05:06:07Z, raw ticks, now or -10m");
     command.add_option("--to", m_To, "last time, inclusive");
-    command.add_option("--last", m_Last, "only so long before the newest record, or before --to (10m)")
+    command
+        .add_option("--last", m_Last, "only so long before the newest record, or before --to, such as 10m")
         ->excludes(from);
 }
 

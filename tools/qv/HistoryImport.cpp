@@ -5,6 +5,7 @@
 // far that was. With --keep-going bad lines are reported, counted and left out.
 
 #include "CsvReader.h"
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -288,6 +289,7 @@ void AddHistoryImportCommand(CLI::App& history, ToolContext& context) {
     options->m_Folder.AddTo(*command);
     command->add_option("FILE", options->m_File, "CSV file, or - for the standard input")->required();
     command->add_flag("--keep-going", options->m_bKeepGoing, "leave bad lines out instead of stopping");
+    SetExample(*command, "qv history import plant readings.csv");
     command->callback(
         [options, &context] { context.m_ExitCode = Importer(*options, context.m_Format).Run(); });
 }

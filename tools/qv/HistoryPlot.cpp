@@ -1,5 +1,6 @@
 // qv history plot: the trend of one tag, as text or as a picture.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -100,11 +101,12 @@ void AddHistoryPlotCommand(CLI::App& history, ToolContext& context) {
     options->m_Range.AddTo(*command);
     command->add_option("--tag", options->m_Tag, "the tag: its name or number")->required();
     command->add_option("--svg", options->m_SvgFile,
-                        "write an SVG picture to this file (- for standard output)");
-    command->add_option("--width", options->m_Width, "columns of the text; default: the terminal's")
+                        "write an SVG picture to this file or, with -, to the standard output");
+    command->add_option("--width", options->m_Width, "columns of the text (default: the terminal's)")
         ->check(CLI::Range(30, 1000));
-    command->add_option("--height", options->m_Height, "rows of the text (default 16)")
+    command->add_option("--height", options->m_Height, "rows of the text (default: 16)")
         ->check(CLI::Range(4, 200));
     command->add_flag("--ascii", options->m_bAscii, "draw without Unicode characters");
+    SetExample(*command, "qv history plot plant --tag load.1m --svg load.svg");
     command->callback([options, &context] { context.m_ExitCode = Plot(*options, context.m_Format); });
 }

@@ -1,5 +1,6 @@
 // qv history read and qv history stats: the records of a time range, and what they come to per interval.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "Output.h"
@@ -360,10 +361,12 @@ void AddHistoryReadCommands(CLI::App& history, ToolContext& context) {
         ->check(CLI::NonNegativeNumber);
     read->add_flag("--sorted", readOptions->m_bSorted,
                    "order by time (in memory); without it, the order of arrival within each file");
-    read->add_option("--zone", readOptions->m_Zone,
-                     "show times in this time zone (Europe/Berlin), or in the machine's own (local)");
+    read->add_option(
+        "--zone", readOptions->m_Zone,
+        "show times in this time zone, such as Europe/Berlin, or in the machine's own with local");
     read->add_option("--time-format", readOptions->m_TimeFormat,
-                     "show times by this pattern (EEE d MMM HH:mm:ss.SSS)");
+                     "show times by this pattern, such as 'EEE d MMM HH:mm:ss.SSS'");
+    SetExample(*read, "qv history read plant --tag load.1m --last 10m --sorted");
     read->callback([readOptions, &context] { context.m_ExitCode = Read(*readOptions, context.m_Format); });
 
     CLI::App* const stats =
@@ -372,7 +375,8 @@ void AddHistoryReadCommands(CLI::App& history, ToolContext& context) {
     statsOptions->m_Folder.AddTo(*stats);
     statsOptions->m_Range.AddTo(*stats);
     stats->add_option("--tag", statsOptions->m_Tag, "only this tag: its name or number");
-    stats->add_option("--every", statsOptions->m_Every, "length of an interval (1m)")->required();
+    stats->add_option("--every", statsOptions->m_Every, "length of an interval, such as 1m")->required();
+    SetExample(*stats, "qv history stats plant --every 1m --last 1h");
     stats->callback(
         [statsOptions, &context] { context.m_ExitCode = Stats(*statsOptions, context.m_Format); });
 }

@@ -1,5 +1,6 @@
 // qv history record: samples this machine into a table until it is told to stop.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "LiveLine.h"
@@ -232,16 +233,17 @@ void AddHistoryRecordCommand(CLI::App& history, ToolContext& context) {
         history.add_subcommand("record", "Sample this machine into a table until Ctrl+C");
     const auto options = std::make_shared<RecordOptions>();
     options->m_Folder.AddTo(*command);
-    command->add_option("--every", options->m_Every, "time between samples (default 200ms)");
-    command->add_option("--for", options->m_For, "stop after this time (10s); default: when told to");
-    command->add_option("--keep", options->m_Keep, "records to keep; older files go (default 10000000)")
+    command->add_option("--every", options->m_Every, "time between samples (default: 200ms)");
+    command->add_option("--for", options->m_For, "stop after this time, such as 10s (default: when told to)");
+    command->add_option("--keep", options->m_Keep, "records to keep; older files go (default: 10000000)")
         ->check(CLI::NonNegativeNumber);
-    command->add_option("--max-file", options->m_MaxFile, "size from which files are split (default 64M)");
+    command->add_option("--max-file", options->m_MaxFile, "size from which files are split (default: 64M)");
     command->add_option("--flush-every", options->m_FlushEvery,
-                        "time between writes to the files (default 1s); housekeeping is at every tenth");
+                        "time between writes to the files, at every tenth with housekeeping (default: 1s)");
     command->add_option("--replicate-to", options->m_Standby.m_Address,
                         "keep the standby at this address up to date: unix:PATH or HOST:PORT; a plain "
                         "connection, for one machine or a trusted wire");
     options->m_Standby.AddTo(*command);
+    SetExample(*command, "qv history record plant --every 200ms --for 1s");
     command->callback([options, &context] { context.m_ExitCode = Recorder(*options, context).Run(); });
 }

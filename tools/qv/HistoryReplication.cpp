@@ -1,5 +1,6 @@
 // qv history standby and replicate: a table's copy on another machine.
 
+#include "Help.h"
 #include "History.h"
 #include "HistoryFolder.h"
 #include "LiveLine.h"
@@ -121,7 +122,7 @@ void AddHistoryReplicationCommands(CLI::App& history, ToolContext& context) {
         ->required();
     standbyOptions->m_Link.AddTo(*standby);
     standby->add_flag("--quiet", standbyOptions->m_bQuiet, "print only warnings and errors");
-    standby->footer(TrustNote);
+    SetExample(*standby, "qv history standby copy --listen unix:standby.sock", TrustNote);
     standby->callback(
         [standbyOptions, &context] { context.m_ExitCode = Standby(*standbyOptions, context.m_Format); });
 
@@ -135,8 +136,9 @@ void AddHistoryReplicationCommands(CLI::App& history, ToolContext& context) {
     replicate->add_flag("--once", replicateOptions->m_bOnce,
                         "end when nothing is left to transfer, or nothing got through for the --timeout");
     replicate->add_flag("--quiet", replicateOptions->m_bQuiet, "print only warnings and errors");
-    replicate->footer(std::string(TrustNote) +
-                      "\nTo record and replicate at once: qv history record DIR --replicate-to ADDRESS.");
+    SetExample(*replicate, "qv history replicate plant --to unix:standby.sock --once",
+               std::string(TrustNote) +
+                   "\nTo record and replicate at once: qv history record DIR --replicate-to ADDRESS.");
     replicate->callback([replicateOptions, &context] {
         context.m_ExitCode = Replicate(*replicateOptions, context.m_Format);
     });

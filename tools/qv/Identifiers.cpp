@@ -1,5 +1,6 @@
 #include "Identifiers.h"
 
+#include "Help.h"
 #include "Output.h"
 
 #include <CLI/CLI.hpp>
@@ -103,9 +104,10 @@ void AddIdentifierCommands(CLI::App& app, ToolContext& context) {
     const auto count = std::make_shared<unsigned int>(1);
     CLI::Option* const given =
         guid->add_option("GUID", *guids, "GUIDs to check and print in their canonical form");
-    guid->add_option("--count", *count, "how many to make (1)")
+    guid->add_option("--count", *count, "how many to make (default: 1)")
         ->check(CLI::Range(1, 1'000'000))
         ->excludes(given);
+    SetExample(*guid, "qv guid --count 3");
     guid->callback([guids, count, &context] {
         if (guids->empty())
             MakeGuids(*count, context.m_Format);
@@ -116,5 +118,6 @@ void AddIdentifierCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const url = app.add_subcommand("url", "Print the parts of URLs");
     const auto urls = std::make_shared<std::vector<std::string>>();
     url->add_option("URL", *urls, "such as opc.tcp://user@host:4840/path")->required();
+    SetExample(*url, "qv url opc.tcp://user@host:4840/path");
     url->callback([urls, &context] { context.m_ExitCode = SplitUrls(*urls, context.m_Format); });
 }

@@ -5,6 +5,7 @@
 
 #include "Json.h"
 #include "Diagnostics.h"
+#include "Help.h"
 #include "InputText.h"
 #include "JsonFormat.h"
 #include "Output.h"
@@ -380,16 +381,18 @@ void AddFormatCommand(CLI::App& json, ToolContext& context) {
     CLI::Option* const compact =
         command->add_flag("--compact", options->m_bCompact, "on one line, without a blank");
     command->add_flag("--pretty", options->m_bPretty, "a line for each element (default)")->excludes(compact);
-    command->footer("Members are sorted by name. Numbers have the fewest digits that read back as the same\n"
-                    "double: the library's own form of JSON has six significant digits (1234567 is\n"
-                    "1.23457e+06 there) and does not escape member names. Otherwise the forms are the same.");
+    SetExample(*command, "qv json format config.json --compact",
+               "Members are sorted by name. Numbers have the fewest digits that read back as the same\n"
+               "double: the library's own form of JSON has six significant digits (1234567 is\n"
+               "1.23457e+06 there) and does not escape member names. Otherwise the forms are the same.");
     SetCallback(*command, context, [options](Report& report) { return Format(*options, report); });
 }
 
 void AddCheckCommand(CLI::App& json, ToolContext& context) {
     CLI::App* const command = json.add_subcommand("check", "Tell what is wrong with JSON files");
     const auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("FILE", *files, "JSON files; - is the standard input")->required();
+    command->add_option("FILE", *files, "JSON files, or - for the standard input")->required();
+    SetExample(*command, "qv json check config.json");
     SetCallback(*command, context,
                 [files, &context](Report& report) { return Checker(report, context.m_Format).Run(*files); });
 }
@@ -397,15 +400,15 @@ void AddCheckCommand(CLI::App& json, ToolContext& context) {
 void AddEvalCommand(CLI::App& json, ToolContext& context) {
     CLI::App* const command = json.add_subcommand("eval", "Print the value of a JSONata expression");
     const auto options = std::make_shared<EvalOptions>();
-    command->add_option("EXPRESSION", options->m_Expression, "JSONata; docs/jsonata.md tells which part")
+    command->add_option("EXPRESSION", options->m_Expression, "the expression, such as 'limits.high * 2'")
         ->required();
     command->add_option("FILE", options->m_File, "JSON file, or - for the standard input (default)");
     command->add_flag("--lines", options->m_bLines, "a document on each line, a result for each");
-    command->footer(
-        "The value is printed as compact JSON. No value prints nothing and ends with exit code 1.\n"
-        "Numbers have the fewest digits that read back as the same double; only within a string\n"
-        "that '&' joins they have six, as in the library.\n"
-        "An expression that starts with '-' stands behind '--': qv json eval -- -a FILE");
+    SetExample(*command, "qv json eval 'limits.high * 2' config.json",
+               "The value is printed as compact JSON. No value prints nothing and ends with exit code 1.\n"
+               "Numbers have the fewest digits that read back as the same double; only within a string\n"
+               "that '&' joins they have six, as in the library.\n"
+               "An expression that starts with '-' stands behind '--': qv json eval -- -a FILE");
     SetCallback(*command, context,
                 [options](Report& report) { return Evaluator(*options, report).Run(options->m_bLines); });
 }
@@ -414,10 +417,10 @@ void AddPrintCommand(CLI::App& json, ToolContext& context) {
     CLI::App* const command =
         json.add_subcommand("print", "Print a JSONata expression in its canonical form");
     const auto expression = std::make_shared<std::string>();
-    command->add_option("EXPRESSION", *expression, "JSONata; docs/jsonata.md tells which part")->required();
-    command->footer(
-        "This is the form in which the library prints expressions, with six significant digits of\n"
-        "each number. Where that makes another number, a warning says so and the exit code is 1.");
+    command->add_option("EXPRESSION", *expression, "the expression, such as 'limits.high * 2'")->required();
+    SetExample(*command, "qv json print 'limits.high-limits.low'",
+               "This is the form in which the library prints expressions, with six significant digits of\n"
+               "each number. Where that makes another number, a warning says so and the exit code is 1.");
     SetCallback(*command, context, [expression](Report& report) { return Print(*expression, report); });
 }
 
@@ -425,6 +428,7 @@ void AddPrintCommand(CLI::App& json, ToolContext& context) {
 
 void AddJsonCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const json = app.add_subcommand("json", "Format, check and query JSON");
+    SetExample(*json, "qv json eval 'limits.high * 2' config.json");
     json->require_subcommand(1);
     AddFormatCommand(*json, context);
     AddCheckCommand(*json, context);

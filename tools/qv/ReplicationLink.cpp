@@ -35,10 +35,10 @@ bool WouldBlock(int error) {
 
 void ReplicationOptions::AddTo(CLI::App& command) {
     command.add_option("--table", m_Table,
-                       "name of the table, the same on both sides (default " + m_Table + ")");
+                       "name of the table, the same on both sides (default: " + m_Table + ")");
     command.add_option("--timeout", m_Timeout,
                        "give up a connection that stands still within a message, or leaves one unanswered "
-                       "(default " +
+                       "(default: " +
                            m_Timeout + ")");
 }
 

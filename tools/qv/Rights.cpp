@@ -1,6 +1,7 @@
 // qv rights: check, show, explain, init, diff and logon.
 
 #include "Rights.h"
+#include "Help.h"
 #include "Output.h"
 #include "RightsFile.h"
 
@@ -304,10 +305,11 @@ void Logon(const LogonOptions& options, ToolContext& context) {
 // A command with options of its own, which live as long as the command.
 template<class Options, class AddOptions>
 void AddCommand(CLI::App& rights, ToolContext& context, const char* name, const char* what,
-                void (*run)(const Options&, ToolContext&), AddOptions addOptions) {
+                const char* example, void (*run)(const Options&, ToolContext&), AddOptions addOptions) {
     CLI::App* const command = rights.add_subcommand(name, what);
     const auto options = std::make_shared<Options>();
     addOptions(*command, *options);
+    SetExample(*command, example);
     command->callback([options, run, &context] { run(*options, context); });
 }
 
@@ -316,41 +318,42 @@ void AddCommand(CLI::App& rights, ToolContext& context, const char* name, const 
 void AddRightsCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const rights = app.add_subcommand("rights", "Check and explain who may do what");
     rights->require_subcommand(1);
+    SetExample(*rights, "qv rights explain . maria");
     AddCommand<CheckOptions>(
-        *rights, context, "check", "Tell what is wrong with a file of user rights", Check,
-        [](CLI::App& command, CheckOptions& options) {
-            command.add_option("FILE", options.m_File, "The file, or its folder")->required();
+        *rights, context, "check", "Tell what is wrong with a file of user rights",
+        "qv rights check user-rights.conf", Check, [](CLI::App& command, CheckOptions& options) {
+            command.add_option("FILE", options.m_File, "the file, or its folder")->required();
         });
     AddCommand<ShowOptions>(
-        *rights, context, "show", "Print the entries that a program would take", Show,
+        *rights, context, "show", "Print the entries that a program would take", "qv rights show .", Show,
         [](CLI::App& command, ShowOptions& options) {
-            command.add_option("DIR", options.m_Folder, "The folder, or a file")->required();
+            command.add_option("DIR", options.m_Folder, "the folder, or a file")->required();
         });
     AddCommand<ExplainOptions>(
-        *rights, context, "explain", "Print which entries are for a user, and what they add up to", Explain,
-        [](CLI::App& command, ExplainOptions& options) {
-            command.add_option("DIR", options.m_Folder, "The folder, or a file")->required();
-            command.add_option("USER", options.m_User, "As typed at a logon; Guest for one without")
+        *rights, context, "explain", "Print which entries are for a user, and what they add up to",
+        "qv rights explain . maria --zone A", Explain, [](CLI::App& command, ExplainOptions& options) {
+            command.add_option("DIR", options.m_Folder, "the folder, or a file")->required();
+            command.add_option("USER", options.m_User, "name as typed at a logon, or Guest for one without")
                 ->required();
-            command.add_option("--zone", options.m_Zone, "What may be done in this zone, A to D")
+            command.add_option("--zone", options.m_Zone, "what may be done in this zone")
                 ->check(CLI::IsMember({"A", "B", "C", "D"}, CLI::ignore_case));
         });
-    AddCommand<InitOptions>(*rights, context, "init", "Write the rights that a server starts with", Init,
-                            [](CLI::App& command, InitOptions& options) {
-                                command.add_option("DIR", options.m_Folder, "The folder")->required();
-                                command.add_flag("--guest", options.m_bGuest, "Full rights for guests too");
+    AddCommand<InitOptions>(*rights, context, "init", "Write the rights that a server starts with",
+                            "qv rights init new", Init, [](CLI::App& command, InitOptions& options) {
+                                command.add_option("DIR", options.m_Folder, "the folder")->required();
+                                command.add_flag("--guest", options.m_bGuest, "full rights for guests too");
                             });
     AddCommand<DiffOptions>(
-        *rights, context, "diff", "Tell whose rights differ between two files", Diff,
-        [](CLI::App& command, DiffOptions& options) {
-            command.add_option("FILE1", options.m_First, "A file, or its folder")->required();
-            command.add_option("FILE2", options.m_Second, "Another")->required();
+        *rights, context, "diff", "Tell whose rights differ between two files",
+        "qv rights diff user-rights.conf before.conf", Diff, [](CLI::App& command, DiffOptions& options) {
+            command.add_option("FILE1", options.m_First, "a file, or its folder")->required();
+            command.add_option("FILE2", options.m_Second, "another")->required();
         });
     AddCommand<LogonOptions>(
-        *rights, context, "logon", "Ask the system whether a password is right", Logon,
-        [](CLI::App& command, LogonOptions& options) {
-            command.add_option("USER", options.m_User, "Who logs on")->required();
-            command.add_option("--service", options.m_Service, "The PAM service that is asked")
+        *rights, context, "logon", "Ask the system whether a password is right", "qv rights logon maria",
+        Logon, [](CLI::App& command, LogonOptions& options) {
+            command.add_option("USER", options.m_User, "who logs on")->required();
+            command.add_option("--service", options.m_Service, "the PAM service that is asked")
                 ->capture_default_str();
         });
 }

@@ -1,5 +1,6 @@
 #include "Serial.h"
 
+#include "Help.h"
 #include "Output.h"
 #include "SerialMode.h"
 #include "SerialPortList.h"
@@ -94,15 +95,18 @@ void ListPorts(OutputFormat format) {
 void AddSerialCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const serial =
         app.add_subcommand("serial", "Serial ports: mode strings, ports, talking over one");
+    SetExample(*serial, R"(qv serial check "BAUD=19200 PARITY=E")");
     serial->require_subcommand(1);
 
     CLI::App* const check = serial->add_subcommand("check", "Show what a mode string means to the device");
     const auto mode = std::make_shared<std::string>();
     check->add_option("MODE", *mode, "such as \"BAUD=19200 PARITY=E\"")->required();
-    check->footer("Exit code 1: the text is no mode string, or the device would use another rate.");
+    SetExample(*check, R"(qv serial check "BAUD=19200 PARITY=E")",
+               "Exit code 1: the text is no mode string, or the device would use another rate.");
     check->callback([mode, &context] { context.m_ExitCode = Check(*mode, context.m_Format); });
 
     CLI::App* const ports = serial->add_subcommand("ports", "List the serial ports of this machine");
+    SetExample(*ports, "qv serial ports");
     ports->callback([&context] { ListPorts(context.m_Format); });
 
     AddSerialTalkCommand(*serial, context);

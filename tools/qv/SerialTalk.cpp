@@ -1,5 +1,6 @@
 // qv serial talk: the standard input to a port, what the port answers to the standard output.
 
+#include "Help.h"
 #include "Output.h"
 #include "Serial.h"
 #include "SerialMode.h"
@@ -294,14 +295,14 @@ void AddSerialTalkCommand(CLI::App& serial, ToolContext& context) {
         serial.add_subcommand("talk", "Send the standard input to a port and print what comes");
     const auto options = std::make_shared<TalkOptions>();
     talk->add_option("PORT", options->m_Port, "such as /dev/ttyS0")->required();
-    talk->add_option("MODE", options->m_Mode, "such as \"BAUD=19200 PARITY=E\"; may be empty")->required();
-    talk->add_option("--line-end", options->m_LineEnd,
-                     "what a line feed of the input is sent as: lf, cr, crlf")
+    talk->add_option("MODE", options->m_Mode, "such as \"BAUD=19200 PARITY=E\", or empty")->required();
+    talk->add_option("--line-end", options->m_LineEnd, "what a line feed of the input is sent as")
         ->check(CLI::IsMember({"lf", "cr", "crlf"}));
     talk->add_option("--linger", options->m_Linger,
                      "how long the line must be quiet after the end of the input");
     talk->add_flag("--raw", options->m_bRaw, "print the bytes that come, and nothing else");
     talk->add_flag("--trace", options->m_bTrace, "print what the port does on the error stream");
-    talk->footer("Ends when the input has ended and the line is quiet, or with Ctrl+C.");
+    SetExample(*talk, R"(echo "temperature?" | qv serial talk /dev/ttyS0 "BAUD=9600")",
+               "Ends when the input has ended and the line is quiet, or with Ctrl+C.");
     talk->callback([options, &context] { context.m_ExitCode = RunTalk(*options, context.m_Format); });
 }

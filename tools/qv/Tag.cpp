@@ -1,5 +1,6 @@
 #include "Tag.h"
 
+#include "Help.h"
 #include "InputText.h"
 #include "Output.h"
 
@@ -35,7 +36,7 @@ void ForEachName(const Names& names, Function function) {
 }
 
 void AddNames(CLI::App& command, Names& names) {
-    command.add_option("NAME", names, "names; without any, the lines of the standard input");
+    command.add_option("NAME", names, "names (default: the lines of the standard input)");
 }
 
 struct MatchOptions {
@@ -112,11 +113,12 @@ struct RenameOptions {
 };
 
 void AddBaseCommand(CLI::App& tag, ToolContext& context, const char* name, const char* description,
-                    CTagName& (CTagName::*rewrite)(const qvstring&)) {
+                    const char* example, CTagName& (CTagName::*rewrite)(const qvstring&)) {
     CLI::App* const command = tag.add_subcommand(name, description);
     const auto options = std::make_shared<BaseOptions>();
     command->add_option("BASE", options->m_Base, "the name of the tag that refers to the others")->required();
     AddNames(*command, options->m_Names);
+    SetExample(*command, example);
     command->callback([options, &context, rewrite] {
         RewriteNames(options->m_Names, context.m_Format,
                      [&](CTagName& tagName) { (tagName.*rewrite)(options->m_Base); });
@@ -132,8 +134,9 @@ void AddRenameCommand(CLI::App& tag, ToolContext& context) {
     AddNames(*command, options->m_Names);
     CLI::Option* const base = command->add_option("--base", options->m_Base,
                                                   "the tag whose references these are, for relative names");
-    command->add_option("--new-base", options->m_NewBase, "what that tag is called now (the same)")
+    command->add_option("--new-base", options->m_NewBase, "what that tag is called now (default: the same)")
         ->needs(base);
+    SetExample(*command, "qv tag rename Plant.Line1 Plant.LineA Plant.Line1.Pump");
     command->callback([options, &context] {
         const std::string& newBase = options->m_NewBase.empty() ? options->m_Base : options->m_NewBase;
         RewriteNames(options->m_Names, context.m_Format, [&](CTagName& name) {
@@ -146,6 +149,7 @@ void AddRenameCommand(CLI::App& tag, ToolContext& context) {
 
 void AddTagCommands(CLI::App& app, ToolContext& context) {
     CLI::App* const tag = app.add_subcommand("tag", "Match, sort and rewrite names of tags");
+    SetExample(*tag, "qv tag sort Pump10 Pump2");
     tag->require_subcommand(1);
 
     CLI::App* const match = tag->add_subcommand("match", "Print the names that a wildcard pattern matches");
@@ -154,6 +158,7 @@ void AddTagCommands(CLI::App& app, ToolContext& context) {
         ->required();
     AddNames(*match, matchOptions->m_Names);
     match->add_flag("--case", matchOptions->m_bCaseSensitive, "tell capital letters from small ones");
+    SetExample(*match, "qv tag match 'Plant.Pump#*' Plant.Pump1 Plant.Valve2");
     match->callback(
         [matchOptions, &context] { context.m_ExitCode = MatchNames(*matchOptions, context.m_Format); });
 
@@ -161,12 +166,13 @@ void AddTagCommands(CLI::App& app, ToolContext& context) {
     const auto sortOptions = std::make_shared<SortOptions>();
     AddNames(*sort, sortOptions->m_Names);
     sort->add_flag("--reverse", sortOptions->m_bReverse, "the last one first");
+    SetExample(*sort, "qv tag sort --reverse Pump2 Pump10");
     sort->callback(
         [sortOptions, &context] { context.m_ExitCode = SortNames(*sortOptions, context.m_Format); });
 
     AddBaseCommand(*tag, context, "relative", "Print names as the tag BASE refers to them",
-                   &CTagName::ToRelative);
+                   "qv tag relative Plant.Line1.Mixer Plant.Line1.Pump", &CTagName::ToRelative);
     AddBaseCommand(*tag, context, "absolute", "Print the names that the tag BASE refers to",
-                   &CTagName::ToAbsolute);
+                   "qv tag absolute Plant.Line1.Mixer .Pump", &CTagName::ToAbsolute);
     AddRenameCommand(*tag, context);
 }

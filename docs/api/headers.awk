@@ -46,8 +46,8 @@ function write_block(    i, margin) {
     in_code = 0
     for (i = 1; i <= count; i++) {
         margin = substr(block[i], 1, indent_of(block[i]))
-        # "Threads: ..." and its like begin lines of their own; no line is added, so that warnings name the right ones.
-        print margin (block[i] ~ /^ *\/\/ [A-Z][a-z]+: / ? "/// <br>" : "///") text_of(block[i])
+        # "Threads: ..." and its like begin lines of their own: no line is added, so that warnings name the right ones.
+        print margin (block[i] ~ /^ *\/\/ [A-Z][a-z]+(: |  )/ ? "/// <br>" : "///") text_of(block[i])
     }
     count = 0
 }

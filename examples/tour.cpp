@@ -10,8 +10,9 @@
 #include <QVLib/SerialPorts/SerialModeString.h>
 #include <QVLib/Tags/TagName.h>
 #include <QVLib/TextStreams/TextInputString.h>
-#include <QVLib/Tls/DEREncodedOID.h>
+#include <QVLib/Tls/CertificateAndKey.h>
 #include <QVLib/Utilities/Crc16.h>
+#include <QVPlatform/NetworkInfo.h>
 #include <QVPlatform/OutputLog.h>
 #include <QVPlatform/TextOutput.h>
 #include <QVPlatform/Timestamp.h>
@@ -20,6 +21,7 @@
 
 static CTextOutputString out;
 static COutputLogToString messages;
+static COutputLogNull steps; // where certificates tell how they are made
 
 static void Platform() {
     CQVTimestamp time;
@@ -91,9 +93,11 @@ static void SerialPorts() {
 }
 
 static void Tls() {
-    const DEREncodedOID serverAuthentication("1.3.6.1.5.5.7.3.1");
-    serverAuthentication.Print(out);
-    out.PrintLine(" has %u arcs", serverAuthentication.GetArcCount());
+    const QVNetworkInfo network = QVNetworkInfo::OfThisMachine();
+    CertificateAndKeyInFilePath server("server", CQVFilePath("."));
+    if (server.InitCertificateAndKey(CertificateAndKey::CertificateSelfSigned, nullptr, "Plant", "", nullptr,
+                                     network, &steps))
+        out.PrintLine("%s", server.GetCertificateFile().GetPathCStr());
 }
 
 static void Tags() {

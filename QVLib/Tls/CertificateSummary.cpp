@@ -89,9 +89,13 @@ qvstring KeyOf(X509* certificate) {
     const EVP_PKEY* const key = X509_get0_pubkey(certificate);
     if (key == nullptr)
         return "unknown";
-    const char* const kind = OBJ_nid2sn(EVP_PKEY_base_id(key));
-    const qvstring name = EVP_PKEY_base_id(key) == EVP_PKEY_RSA ? "RSA" : kind == nullptr ? "unknown" : kind;
-    return name + " " + std::to_string(EVP_PKEY_bits(key));
+    const int type = EVP_PKEY_base_id(key);
+    const char* const other = OBJ_nid2sn(type);
+    const char* const name = type == EVP_PKEY_RSA  ? "RSA"
+                             : type == EVP_PKEY_EC ? "EC"
+                             : other == nullptr    ? "unknown"
+                                                   : other;
+    return name + (" " + std::to_string(EVP_PKEY_bits(key)));
 }
 
 } // namespace

@@ -142,7 +142,7 @@ TEST(CertificateSummary, SaysWhatACertificateSays) {
     EXPECT_EQ(summary.m_Issuer, "CN = Authority");
     EXPECT_THAT(summary.m_Names, ElementsAre("DNS:plant.example", "URI:urn:plant", "IP:10.1.2.3",
                                              "IP:0000:0000:0000:0000:0000:0000:0000:0001"));
-    EXPECT_EQ(summary.m_Key, "id-ecPublicKey 256");
+    EXPECT_EQ(summary.m_Key, "EC 256");
     EXPECT_EQ((summary.m_NotAfter - summary.m_NotBefore).GetValue(), 90 * CQVTimeInterval::UnitsPerDay);
     EXPECT_EQ(summary.m_KeySha256.size(), 64u);
     EXPECT_EQ(summary.m_Sha256.size(), 64u);

@@ -11,6 +11,7 @@
 #include "Rights.h"
 #include "Serial.h"
 #include "Tag.h"
+#include "Tls.h"
 
 #include <CLI/CLI.hpp>
 
@@ -39,6 +40,7 @@ void AddCommands(CLI::App& app, ToolContext& context) {
     AddRightsCommands(app, context);
     AddSerialCommands(app, context);
     AddTagCommands(app, context);
+    AddTlsCommands(app, context);
     AddColourCommand(app, context);
     AddBytesCommands(app, context);
     AddIdentifierCommands(app, context);

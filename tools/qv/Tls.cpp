@@ -88,6 +88,7 @@ public:
 
     // Until the handshake is done; false when it failed.
     bool Connect(QVSocketAddress address) {
+        m_bBroken = false; // another address may have been tried before
         m_LastActive = Clock::now();
         if (CreateSocket(address.GetFamily()) != 0 ||
             !StartConnect(address.GetSockAddr(), static_cast<int>(address.GetLength())))

@@ -17,7 +17,7 @@
 //             connection.HardResetSocket();
 //     }
 //
-// examples/tls_client.cpp is a whole one.
+// tools/qv/Tls.cpp is a whole one.
 //
 // Life:      closed -> connecting -> connected -> shutdown sent -> closed. ConnectComplete(0) says that the
 //            connection is usable: with TLS, that the handshake is done and the server is the one asked for. Every

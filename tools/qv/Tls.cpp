@@ -361,9 +361,9 @@ void AddTlsCommands(CLI::App& app, ToolContext& context) {
         ->excludes(pin)
         ->excludes(plain);
     connect->add_option("--timeout", options->m_Timeout,
-                        "how long the server may be silent while connecting (default 10s)");
+                        "how long the server may be silent while connecting (default: 10s)");
     connect->add_option("--linger", options->m_Linger,
-                        "how long the server must be quiet after the end of the input (default 500ms)");
+                        "how long the server must be quiet after the end of the input (default: 500ms)");
     connect->add_flag("--trace", options->m_bTrace, "also tell of every read and write");
     SetExample(*connect, "echo hello | qv tls connect plant.example:4433 --ca plant.cer",
                "Exit code 1: the server's certificate was refused.");

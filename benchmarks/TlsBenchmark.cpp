@@ -1,5 +1,5 @@
-// What OpenSSLClientSocket costs beside OpenSSL, or sockets, used directly in the same event loop against the same
-// server in a thread. Processor time of both ends.
+// What OpenSSLClientSocket costs beside OpenSSL, or sockets, used directly in the same event loop against the
+// same server in a thread. Processor time of both ends.
 //
 //   Handshake   connect, shake hands, drop the connection
 //   Echo        1 MiB to the server and back over TLS

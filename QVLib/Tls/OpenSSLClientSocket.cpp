@@ -116,8 +116,8 @@ bool OpenSSLClientSocket::ProcessReadEvent() {
 }
 
 bool OpenSSLClientSocket::IsSocketWriteInProgress(bool dataWaiting) const {
-    // A step of TLS decides even while connecting: a socket that is writable all the time would wake the loop for
-    // nothing, and in the middle of a handshake that waits for the server.
+    // A step of TLS decides even while connecting: a socket that is writable all the time would wake the loop
+    // for nothing, and in the middle of a handshake that waits for the server.
     switch (m_PendingOperation) {
     case ConnectWaitsToWrite:
     case ReadWaitsToWrite:

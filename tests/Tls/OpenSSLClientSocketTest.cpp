@@ -215,8 +215,8 @@ TEST(ClientSocket, ShakesHandsAndSpeaksTls) {
     }
 }
 
-// A server that does not read keeps the handshake, a renegotiation and the shutdown waiting for room. Bytes sent past
-// TLS fill the connection, and the server takes them away when it is told how many they are.
+// A server that does not read keeps the handshake, a renegotiation and the shutdown waiting for room. Bytes
+// sent past TLS fill the connection, and the server takes them away when it is told how many they are.
 TEST(ClientSocket, WaitsForRoomInEveryStep) {
     Gate beforeHello, mayAsk, beforeNewHello, mayAnswer, beforeNotify;
     TestServer server([&](QVSocket& socket) {

@@ -1,12 +1,14 @@
-// OpenSSLBIOFromBinaryInput, OpenSSLBIOToBinaryOutput - let OpenSSL read from and write to the library's streams.
+// OpenSSLBIOFromBinaryInput, OpenSSLBIOToBinaryOutput - let OpenSSL read from and write to the library's
+// streams.
 //
 //     OpenSSLBIOFromBinaryInput from(&input);
 //     X509* certificate = PEM_read_bio_X509(from.GetBIO(), nullptr, nullptr, nullptr);
 //
 // Ownership: the stream is borrowed and outlives the adapter; the BIO is the adapter's and ends with it.
-// Errors:    a stream that fails, also by an exception, looks to OpenSSL like its end (input), or like a medium
-//            that takes nothing (output). No exception passes through OpenSSL.
-// Length:    how long an input is, is asked once, when OpenSSL first reads: what it grows by later is not seen.
+// Errors:    a stream that fails, also by an exception, looks to OpenSSL like its end (input), or like a
+//            medium that takes nothing (output). No exception passes through OpenSSL.
+// Length:    how long an input is, is asked once, when OpenSSL first reads: what it grows by later is not
+//            seen.
 // Threads:   one thread at a time, as the stream.
 #pragma once
 

@@ -1,5 +1,5 @@
-// OpenSSLClientSocket - a client's connection to a server, plain TCP or TLS, that never waits: the program's event
-// loop says when the socket is readable or writable, and a derived class does the protocol's work.
+// OpenSSLClientSocket - a client's connection to a server, plain TCP or TLS, that never waits: the program's
+// event loop says when the socket is readable or writable, and a derived class does the protocol's work.
 //
 //     connection.CreateSocket(address.GetFamily());
 //     connection.StartConnect(address.GetSockAddr(), static_cast<int>(address.GetLength()));
@@ -20,21 +20,21 @@
 // tools/qv/Tls.cpp is a whole one.
 //
 // Life:      closed -> connecting -> connected -> shutdown sent -> closed. ConnectComplete(0) says that the
-//            connection is usable: with TLS, that the handshake is done and the server is the one asked for. Every
-//            way to the end but HardResetSocket() calls SocketClosing() and SocketClosed(); after that, the object
-//            can connect again.
-// Loop:      the order above, reading first, tells a refused connection by its own error. Before ConnectComplete(0),
-//            ProcessReadData() may be called and reads nothing.
-// Waiting:   with TLS, what was tried last decides what is waited for, and a read that would block waits for the
-//            server alone. So read until it would block, then write at once what is queued, and go on with that
-//            from ProcessWriteData().
-// Writing:   a write that would block is repeated with the same bytes at its beginning, and no fewer. They may lie
-//            elsewhere. Fewer bytes than given may be sent.
-// Virtuals:  SocketClosed() and ConnectComplete() are the last step of what calls them, so they may connect again,
-//            or end the object. After SocketIoClosed the connection is closed already.
+//            connection is usable: with TLS, that the handshake is done and the server is the one asked for.
+//            Every way to the end but HardResetSocket() calls SocketClosing() and SocketClosed(); after that,
+//            the object can connect again.
+// Loop:      the order above, reading first, tells a refused connection by its own error. Before
+//            ConnectComplete(0), ProcessReadData() may be called and reads nothing.
+// Waiting:   with TLS, what was tried last decides what is waited for, and a read that would block waits for
+//            the server alone. So read until it would block, then write at once what is queued, and go on
+//            with that from ProcessWriteData().
+// Writing:   a write that would block is repeated with the same bytes at its beginning, and no fewer. They
+//            may lie elsewhere. Fewer bytes than given may be sent.
+// Virtuals:  SocketClosed() and ConnectComplete() are the last step of what calls them, so they may connect
+//            again, or end the object. After SocketIoClosed the connection is closed already.
 // Errors:    an operation that returns false has logged why, and the connection is of no use any more. What a
-//            user should know is in GetLastError() too: kind 1 with the number of a message of the library, or
-//            kind 3 with the system's errno.
+//            user should know is in GetLastError() too: kind 1 with the number of a message of the library,
+//            or kind 3 with the system's errno.
 // Signals:   none is raised by writing to a server that is gone.
 // Tracing:   every line has the log prefix. Lines on single reads and writes appear only with `logReadWrite`.
 // Ownership: the context, the log and the address are borrowed; the address until the connection is made.
@@ -93,7 +93,8 @@ public:
 
     // The connection is usable (0), or could not be set up because of errno `errorCode`.
     virtual void ConnectComplete(int errorCode) = 0;
-    // There is something to read: call ReadData() until it would block. Before ConnectComplete(0), return true.
+    // There is something to read: call ReadData() until it would block. Before ConnectComplete(0), return
+    // true.
     virtual bool ProcessReadData() = 0;
     // There is room to write: call WriteData() with what is queued, if anything is.
     virtual bool ProcessWriteData() = 0;
@@ -110,8 +111,8 @@ public:
     // What stands before every log line; at most 32 bytes are kept.
     void SetLogPrefix(const qvstring& prefix);
 
-    // Whom to accept. Nothing is verified until something is demanded here or the context is given something to
-    // trust, and what is demanded must all hold, or the handshake ends with message 120 and without
+    // Whom to accept. Nothing is verified until something is demanded here or the context is given something
+    // to trust, and what is demanded must all hold, or the handshake ends with message 120 and without
     // ConnectComplete(). To be set before StartConnect(); holds for every later connection.
 
     // The certificate must name this host, or this IP address, and lead to what the context trusts (with a
@@ -120,8 +121,8 @@ public:
     void SetExpectedHostName(const qvstring& name) { m_ExpectedHostName = name; }
     // The server's public key must be the one with this SHA-256, 64 hexadecimal digits that ':' may separate;
     // `qv tls connect` prints it. Its certificate may then be self-signed or of an unknown issuer, unless the
-    // context trusts somebody, but not expired. Empty: no demand. False for another text, which no server will
-    // satisfy.
+    // context trusts somebody, but not expired. Empty: no demand. False for another text, which no server
+    // will satisfy.
     bool SetPinnedKey(const qvstring& sha256);
 
     // Makes a TCP socket of a family (QVSocketAddress::GetFamily()); 0, or the errno that was logged.
@@ -132,7 +133,8 @@ public:
     // For the event loop, when the socket is readable or writable.
     bool ProcessReadEvent();
     bool ProcessWriteEvent();
-    // Whether the loop should also wait for the socket to become writable; `dataWaiting`: something is queued.
+    // Whether the loop should also wait for the socket to become writable; `dataWaiting`: something is
+    // queued.
     bool IsSocketWriteInProgress(bool dataWaiting) const;
 
     // Read what is there, and write what fits. 0 bytes are always done.
@@ -159,17 +161,17 @@ public:
     // The session, for OpenSSL's own questions; null without TLS, and after a connection's end.
     SSL* GetSSL() const { return m_pSSL; }
 
-    // What came of verifying the last server: OpenSSL's number, 0 when it was accepted and -1 when nothing has
-    // been verified (yet); and as text.
+    // What came of verifying the last server: OpenSSL's number, 0 when it was accepted and -1 when nothing
+    // has been verified (yet); and as text.
     int GetVerifyResult() const { return m_VerifyResult; }
     const char* GetVerifyResultText() const;
-    // The certificate of the last server that showed one, also of a refused one; null before. Stays the socket's,
-    // until the next handshake.
+    // The certificate of the last server that showed one, also of a refused one; null before. Stays the
+    // socket's, until the next handshake.
     X509* GetPeerCertificate() const { return m_pPeerCertificate; }
 
-    // Log a failure and keep it as the last error: message `messageId` of `module` with its arguments; or the same
-    // with the system's text of `errorCode` behind it. For 104 and 111 (connection reset, refused) the system's
-    // text says all there is. At most 1,024 bytes.
+    // Log a failure and keep it as the last error: message `messageId` of `module` with its arguments; or the
+    // same with the system's text of `errorCode` behind it. For 104 and 111 (connection reset, refused) the
+    // system's text says all there is. At most 1,024 bytes.
     void LogError(const CQVModule& module, unsigned int messageId, ...);
     void LogSocketError(int errorCode, const CQVModule& module, unsigned int messageId, ...);
 

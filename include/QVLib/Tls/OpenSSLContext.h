@@ -6,12 +6,12 @@
 //         ...
 //
 // A context by itself verifies nothing: a client takes every server. Name what is to be trusted, and every
-// client session of the context refuses servers whose certificate does not lead there, or is outside its dates.
-// OpenSSLClientSocket.h has what is asked of a single server: its name, its key.
+// client session of the context refuses servers whose certificate does not lead there, or is outside its
+// dates. OpenSSLClientSocket.h has what is asked of a single server: its name, its key.
 //
-// Versions:  servers take TLS 1.0 and later, clients what OpenSSL takes by itself. The machine's security level
-//            (openssl.cnf, CipherString) may still refuse old peers: at level 2, where Debian starts, nothing
-//            before TLS 1.2 is left.
+// Versions:  servers take TLS 1.0 and later, clients what OpenSSL takes by itself. The machine's security
+//            level (openssl.cnf, CipherString) may still refuse old peers: at level 2, where Debian starts,
+//            nothing before TLS 1.2 is left.
 // Errors:    a context that OpenSSL could not make gives no sessions; NewSSL() is then null.
 // Threads:   sessions of one context may be used by several threads. The first contexts must not be made by
 //            two threads at once, nor a context be changed while another thread makes a session.
@@ -35,10 +35,10 @@ public:
     // A new session, the caller's to free (SSL_free); null when OpenSSL has none to give.
     SSL* NewSSL();
 
-    // Turn verification on, and trust the certificates of a PEM file; those of a folder whose files are named by
-    // their hashes (`openssl rehash`), looked up when they are needed; or those that the machine trusts. Several
-    // add up. False, with OpenSSL's errors in `log`, when they could not be read; verification is on all the
-    // same, so that no server is taken on a trust that is not there.
+    // Turn verification on, and trust the certificates of a PEM file; those of a folder whose files are named
+    // by their hashes (`openssl rehash`), looked up when they are needed; or those that the machine trusts.
+    // Several add up. False, with OpenSSL's errors in `log`, when they could not be read; verification is on
+    // all the same, so that no server is taken on a trust that is not there.
     bool SetTrustFile(const CQVFilePath& file, COutputLog* log);
     bool SetTrustFolder(const CQVFilePath& folder, COutputLog* log);
     bool SetSystemTrust(COutputLog* log);
@@ -51,8 +51,8 @@ public:
     static void InitializeOpenSSL();
     // For a program that will not use TLS any more; no other thread may be using it.
     static void CleanupOpenSSL();
-    // A locking callback for OpenSSL versions that want one: locks mutex `n` when bit CRYPTO_LOCK (1) of `mode`
-    // is set, else unlocks it. OpenSSL has locked by itself since 1.1 and does not call it.
+    // A locking callback for OpenSSL versions that want one: locks mutex `n` when bit CRYPTO_LOCK (1) of
+    // `mode` is set, else unlocks it. OpenSSL has locked by itself since 1.1 and does not call it.
     static void Win32LockingCallback(int mode, int n, const char* file, int line);
 
 private:

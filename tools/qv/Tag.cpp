@@ -16,9 +16,10 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// Does something with each name of the command line or, when there is none, with each line of the standard input.
+// Does something with each name of the command line or, when there is none, with each line of the standard input. What was
+// written goes out before a line has to be waited for.
 template<class Function>
-void ForEachName(const Names& names, Function function) {
+void ForEachName(const Names& names, LineWriter& writer, Function function) {
     for (const std::string& name : names)
         function(name);
     if (!names.empty())
@@ -27,7 +28,11 @@ void ForEachName(const Names& names, Function function) {
     InputLines lines(file);
     std::string_view line;
     bool bTooLong;
-    while (lines.Next(line, bTooLong)) {
+    for (;;) {
+        if (!lines.IsLineBuffered())
+            writer.Flush();
+        if (!lines.Next(line, bTooLong))
+            return;
         if (bTooLong)
             SayWarning("line " + std::to_string(lines.GetLineNumber()) + " is too long for a name");
         else if (!line.empty())
@@ -49,7 +54,7 @@ ExitCode MatchNames(const MatchOptions& options, OutputFormat format) {
     LineWriter writer(format, {{"name", Column::Text}});
     bool bMalformed = false;
     bool bFound = false;
-    ForEachName(options.m_Names, [&](const std::string& name) {
+    ForEachName(options.m_Names, writer, [&](const std::string& name) {
         const int result = OPCMatchPattern(name, options.m_Pattern, options.m_bCaseSensitive);
         bMalformed |= result == OPCMatchMalformed;
         if (result != OPCMatchYes)
@@ -69,12 +74,12 @@ struct SortOptions {
 };
 
 ExitCode SortNames(const SortOptions& options, OutputFormat format) {
+    LineWriter writer(format, {{"name", Column::Text}});
     Names names;
-    ForEachName(options.m_Names, [&](const std::string& name) { names.push_back(name); });
+    ForEachName(options.m_Names, writer, [&](const std::string& name) { names.push_back(name); });
     std::stable_sort(names.begin(), names.end(), [&](const std::string& a, const std::string& b) {
         return (options.m_bReverse ? QVNatrualSort(b, a) : QVNatrualSort(a, b)) < 0;
     });
-    LineWriter writer(format, {{"name", Column::Text}});
     for (const std::string& name : names)
         writer.Add(name);
     writer.Finish();
@@ -85,7 +90,7 @@ ExitCode SortNames(const SortOptions& options, OutputFormat format) {
 template<class Rewrite>
 void RewriteNames(const Names& names, OutputFormat format, Rewrite rewrite) {
     LineWriter writer(format, {{"name", Column::Text}, {"result", Column::Text}});
-    ForEachName(names, [&](const std::string& text) {
+    ForEachName(names, writer, [&](const std::string& text) {
         CTagName name(text);
         rewrite(name);
         if (writer.IsForPeople()) {

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr const char* kFolderName = "Certificates";
-constexpr const char* kIssuerName = "SCADA Server Root CA";
 constexpr int kYearsValid = 2;
 constexpr unsigned int kHostNameSize = 512;
 
@@ -83,8 +82,7 @@ bool CertificateAndKey::CreateNewCertificate(const char* organization, const cha
         bDone = m_PublicCertificate.SetupSelfSignedCertificate(organization, organizationalUnit, host, log);
         break;
     case CertificateIssuer:
-        bDone =
-            m_PublicCertificate.SetupIssuerCertificate(organization, organizationalUnit, kIssuerName, log);
+        bDone = m_PublicCertificate.SetupIssuerCertificate(organization, organizationalUnit, IssuerName, log);
         break;
     case CertificateEndEntity:
         signingKey = PrivateKeyOf(m_pIssuer);

@@ -2,6 +2,7 @@
 
 #include "Annotate.h"
 #include "Bytes.h"
+#include "Cert.h"
 #include "Colour.h"
 #include "Format.h"
 #include "Help.h"
@@ -34,6 +35,7 @@ void AddGlobalOptions(CLI::App& app, ToolContext& context) {
 
 void AddCommands(CLI::App& app, ToolContext& context) {
     AddGlobalOptions(app, context);
+    AddCertCommands(app, context);
     AddFormatCommands(app, context);
     AddHistoryCommands(app, context);
     AddJsonCommands(app, context);

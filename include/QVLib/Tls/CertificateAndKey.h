@@ -32,7 +32,7 @@ class CertificateAndKey : public OpenSSLBase {
 public:
     enum CertificateType : int {
         CertificateSelfSigned = 0, // of a server, standing for itself
-        CertificateIssuer = 1,     // root of a private authority, named "SCADA Server Root CA"
+        CertificateIssuer = 1,     // root of a private authority, named IssuerName
         CertificateEndEntity = 2,  // of a server, signed by the authority
     };
     enum ReadResult : int {
@@ -42,6 +42,8 @@ public:
         NoCertificate = 4,
         NotValid = 5, // the certificate's GetValidationStatus() says why
     };
+    // The common name of every authority.
+    static constexpr const char* IssuerName = "SCADA Server Root CA";
     // Size of new RSA keys in bits, and the least that is accepted of others.
     static constexpr int DefaultKeyBits = 2048;
 

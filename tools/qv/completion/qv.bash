@@ -4,7 +4,11 @@
 _qv_words() {
     local folder="--layout" range="--layout --from --to --last" link="--table --timeout"
     case $1 in
-        qv) echo "format history json rights serial tag colour dump crc16 guid url annotate help --version" ;;
+        qv) echo "cert format history json rights serial tag colour dump crc16 guid url annotate help --version" ;;
+        qv_cert) echo "init show check" ;;
+        qv_cert_init) echo "--authority --host --alias --type --organization --unit --uri --days" ;;
+        qv_cert_show) echo " " ;;
+        qv_cert_check) echo "--authority --host --alias --warn-days" ;;
         qv_format) echo "number time" ;;
         qv_format_number) echo " " ;;
         qv_format_time) echo "--zone --locale" ;;

@@ -4,7 +4,7 @@
 _qv_words() {
     local folder="--layout" range="--layout --from --to --last" link="--table --timeout"
     case $1 in
-        qv) echo "cert format history json rights serial tag colour dump crc16 guid url annotate help --version" ;;
+        qv) echo "cert format history json rights serial tag tls colour dump crc16 guid url annotate help --version" ;;
         qv_cert) echo "init show check" ;;
         qv_cert_init) echo "--authority --host --alias --type --organization --unit --uri --days" ;;
         qv_cert_show) echo " " ;;
@@ -45,6 +45,8 @@ _qv_words() {
         qv_tag_sort) echo "--reverse" ;;
         qv_tag_relative | qv_tag_absolute) echo " " ;;
         qv_tag_rename) echo "--base --new-base" ;;
+        qv_tls) echo "connect" ;;
+        qv_tls_connect) echo "--ca --name --pin --plain --insecure --timeout --linger --trace" ;;
         qv_colour | qv_url | qv_annotate) echo " " ;;
         qv_dump) echo "--base64 --back" ;;
         qv_crc16) echo "--initial" ;;

@@ -332,8 +332,8 @@ void AddPairOptions(CLI::App& command, CertOptions& options) {
     command.add_option("DIR", options.m_Folder, "the folder that holds, or gets, the folder Certificates")
         ->required();
     command.add_option("NAME", options.m_Name, "of the files, NAME.key and NAME.cer")->required();
-    command.add_option("--authority", options.m_Authority, "NAME of the authority (authority)");
-    command.add_option("--host", options.m_Host, "canonical name of the host (this machine's)");
+    command.add_option("--authority", options.m_Authority, "NAME of the authority (default: authority)");
+    command.add_option("--host", options.m_Host, "canonical name of the host (default: this machine's)");
     command.add_option("--alias", options.m_Aliases, "a further name of the host; may be repeated")
         ->allow_extra_args(false);
 }
@@ -352,7 +352,7 @@ void AddInitCommand(CLI::App& cert, ToolContext& context) {
     command->add_option("--organization", options->m_Organization, "in the subject, ASCII");
     command->add_option("--unit", options->m_Unit, "organizational unit in the subject, ASCII");
     command->add_option("--uri", options->m_Uri, "that clients know the server by, besides its names");
-    command->add_option("--days", options->m_Days, "that a new certificate is valid (730)")
+    command->add_option("--days", options->m_Days, "that a new certificate is valid (default: 730)")
         ->check(CLI::Range(1, 36500));
     SetExample(*command, "qv cert init . srv --type self --organization Plant --alias srv.plant");
     command->callback([options, &context] { Init(*options, context.m_Format); });
@@ -362,7 +362,7 @@ void AddCheckCommand(CLI::App& cert, ToolContext& context) {
     CLI::App* const command = cert.add_subcommand("check", "Check a key and its certificate");
     const auto options = std::make_shared<CertOptions>();
     AddPairOptions(*command, *options);
-    command->add_option("--warn-days", options->m_WarnDays, "before the end is a finding (30)")
+    command->add_option("--warn-days", options->m_WarnDays, "before the end is a finding (default: 30)")
         ->check(CLI::Range(0, 36500));
     SetExample(
         *command, "qv cert init . srv --type self && qv cert check . srv --warn-days 60",

@@ -39,6 +39,8 @@ int OpenSSLClientSocket::CreateSocket(int addressFamily) {
     FreeSSL();
     m_PendingOperation = NothingPending;
     m_ConnectionState = Closed;
+    m_RemoteSocketName.clear();
+    m_LocalSocketName.clear();
     if (m_Socket.CreateSocket(addressFamily, QVSocket::StreamType, QVSocket::TcpProtocol))
         return 0;
     const int error = m_Socket.GetLastError();
@@ -53,8 +55,10 @@ bool OpenSSLClientSocket::StartConnect(sockaddr* address, int length) {
         LogError(g_LibModule, QVMessage::ConnectWithoutSocket);
         return false;
     }
-    if (!m_Socket.SetNonBlocking())
+    if (!m_Socket.SetNonBlocking()) {
+        Log("fcntl() returns 0x%X", static_cast<unsigned int>(m_Socket.GetLastError()));
         return false;
+    }
     m_pRemoteAddress = address;
     m_RemoteAddressLength = length;
     if (!m_Socket.ConnectSocket(address, static_cast<unsigned int>(std::max(length, 0)))) {
@@ -79,7 +83,9 @@ bool OpenSSLClientSocket::ProcessWriteEvent() {
         return ProcessSocketConnected();
     }
     const int pending = m_PendingOperation;
-    m_PendingOperation = NothingPending;
+    // A handshake that waits for the server is not to be forgotten for room to write.
+    if (pending != ConnectWaitsToRead)
+        m_PendingOperation = NothingPending;
     switch (pending) {
     case ConnectWaitsToWrite:
         return SSLConnect();
@@ -104,7 +110,9 @@ bool OpenSSLClientSocket::ProcessReadEvent() {
         return true;
     }
     const int pending = m_PendingOperation;
-    m_PendingOperation = NothingPending;
+    // A handshake or a shutdown that waits for room is not to be forgotten for what the server sends.
+    if (pending != ConnectWaitsToWrite && pending != ShutdownWaitsToWrite)
+        m_PendingOperation = NothingPending;
     switch (pending) {
     case ConnectWaitsToRead:
         return SSLConnect();
@@ -153,15 +161,24 @@ bool OpenSSLClientSocket::ProcessSocketConnected() {
     }
     if (m_bUseTLS)
         return StartTLS();
+    if (!IsPlainServerAccepted())
+        return false;
     m_ConnectionState = Connected;
     ConnectComplete(0);
     return true;
+}
+
+// What passed beside the session, before the server is accepted or in SocketClosing(), would be open to all.
+bool OpenSSLClientSocket::IsTlsMissing() const {
+    return m_bUseTLS && m_Socket.IsOpen() && (m_pSSL == nullptr || m_ConnectionState == Connecting);
 }
 
 SocketIoResult OpenSSLClientSocket::ReadData(void* buffer, unsigned int size, unsigned int& received) {
     received = 0;
     if (size == 0)
         return SocketIoDone; // 0 bytes from the system or OpenSSL would mean the end
+    if (IsTlsMissing())
+        return SocketIoWouldBlock;
     return m_pSSL != nullptr ? ReadSSLData(buffer, size, received) : ReadSocketData(buffer, size, received);
 }
 
@@ -169,6 +186,8 @@ SocketIoResult OpenSSLClientSocket::WriteData(const void* data, unsigned int siz
     sent = 0;
     if (size == 0)
         return SocketIoDone;
+    if (IsTlsMissing())
+        return SocketIoWouldBlock;
     return m_pSSL != nullptr ? WriteSSLData(data, size, sent) : WriteSocketData(data, size, sent);
 }
 
@@ -220,15 +239,19 @@ bool OpenSSLClientSocket::ShutdownSocket() {
     Log("Send socket shutdown to server");
     const bool bShutdown = m_Socket.ShutdownSend();
     m_ConnectionState = bShutdown ? ShutdownSent : Closed;
+    if (!bShutdown)
+        Log("shutdown() returns 0x%X", static_cast<unsigned int>(m_Socket.GetLastError()));
     return bShutdown;
 }
 
 void OpenSSLClientSocket::CloseSocket(SocketCloseCause cause) {
     FreeSSL();
     m_PendingOperation = NothingPending; // else a later connection would not be recognised as new
-    if (!m_Socket.IsOpen())
+    if (!m_Socket.IsOpen() || m_bClosing)
         return;
+    m_bClosing = true; // a failure to send a last word would close again
     SocketClosing(cause);
+    m_bClosing = false;
     m_Socket.CloseSocket();
     m_RemoteSocketName.clear();
     m_LocalSocketName.clear();

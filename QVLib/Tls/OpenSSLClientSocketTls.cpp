@@ -161,8 +161,9 @@ SocketIoResult OpenSSLClientSocket::FinishSSLTransfer(const Transfer& transfer, 
         return SocketIoDone;
     }
     if (outcome.m_Error == SSL_ERROR_WANT_READ || outcome.m_Error == SSL_ERROR_WANT_WRITE) {
-        m_PendingOperation =
-            outcome.m_Error == SSL_ERROR_WANT_READ ? transfer.m_WaitsToRead : transfer.m_WaitsToWrite;
+        if (m_PendingOperation != ShutdownWaitsToWrite)
+            m_PendingOperation =
+                outcome.m_Error == SSL_ERROR_WANT_READ ? transfer.m_WaitsToRead : transfer.m_WaitsToWrite;
         return SocketIoWouldBlock;
     }
     if (m_bLogReadWrite)

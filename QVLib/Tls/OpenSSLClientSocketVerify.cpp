@@ -51,7 +51,8 @@ bool HasKey(X509* certificate, const qvstring& pinnedKey) {
 // Demands a name, or an address; false for a text that can be neither.
 bool ExpectHost(SSL* ssl, const qvstring& name) {
     X509_VERIFY_PARAM* const parameters = SSL_get0_param(ssl);
-    if (name.find('\0') != qvstring::npos)
+    // Behind a leading dot, OpenSSL would take every name.
+    if (name.find('\0') != qvstring::npos || name.front() == '.')
         return false;
     if (X509_VERIFY_PARAM_set1_ip_asc(parameters, name.c_str()) == 1)
         return true;
@@ -108,7 +109,12 @@ int OpenSSLClientSocket::VerifyCallback(int bAccepted, X509_STORE_CTX* store) {
     const auto* const ssl =
         static_cast<const SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
     auto* const socket = static_cast<OpenSSLClientSocket*>(SSL_get_ex_data(ssl, SocketIndex()));
-    return socket->Verify(bAccepted != 0, store) ? 1 : 0;
+    try {
+        return socket->Verify(bAccepted != 0, store) ? 1 : 0;
+    } catch (...) { // no memory
+        X509_STORE_CTX_set_error(store, X509_V_ERR_OUT_OF_MEM);
+        return 0;
+    }
 }
 
 // Called for each certificate that is accepted, and each fault that is found; the server's own has depth 0.
@@ -141,6 +147,16 @@ bool OpenSSLClientSocket::IsServerAccepted() {
     if (m_VerifyResult == X509_V_OK && !m_PinnedKey.empty() && !HasKey(m_pPeerCertificate, m_PinnedKey))
         m_VerifyResult = X509_V_ERR_APPLICATION_VERIFICATION;
     return m_VerifyResult == X509_V_OK;
+}
+
+// Without TLS no server can show who it is.
+bool OpenSSLClientSocket::IsPlainServerAccepted() {
+    if (m_ExpectedHostName.empty() && m_PinnedKey.empty())
+        return true;
+    m_VerifyResult = X509_V_ERR_UNSPECIFIED;
+    LogError(g_LibModule, QVMessage::PeerCertificateRefused, m_PeerDescription.c_str(),
+             GetVerifyResultText());
+    return false;
 }
 
 const char* OpenSSLClientSocket::GetVerifyResultText() const {

@@ -174,6 +174,10 @@ TEST(ClientSocket, TellsARefusedConnection) {
     ExpectLines(client.GetLog(),
                 {"LogSocketError 107: getpeername() failed: Transport endpoint is not connected\n",
                  "Close socket with hard RST\n"});
+    EXPECT_EQ(client.CreateSocket(NobodysAddress().GetFamily()), 0);
+    EXPECT_EQ(client.GetRemoteSocketName(), "");
+    EXPECT_FALSE(client.StartShutdown());
+    EXPECT_THAT(client.GetLog(), HasSubstr("Send socket shutdown to server\nshutdown() returns 0x6B\n"));
 }
 
 TEST(ClientSocket, ShakesHandsAndSpeaksTls) {
@@ -218,7 +222,7 @@ TEST(ClientSocket, ShakesHandsAndSpeaksTls) {
 // A server that does not read keeps the handshake, a renegotiation and the shutdown waiting for room. Bytes
 // sent past TLS fill the connection, and the server takes them away when it is told how many they are.
 TEST(ClientSocket, WaitsForRoomInEveryStep) {
-    Gate beforeHello, mayAsk, beforeNewHello, mayAnswer, beforeNotify;
+    Gate beforeHello, mayAsk, beforeNewHello, mayAnswer, mayTell, beforeNotify;
     TestServer server([&](QVSocket& socket) {
         TlsPeer peer(socket, ServerIdentity(), TLS1_2_VERSION);
         Drain(socket, beforeHello.Wait());
@@ -229,6 +233,8 @@ TEST(ClientSocket, WaitsForRoomInEveryStep) {
         Drain(socket, beforeNewHello.Wait());
         mayAnswer.Wait();
         Echo(peer, 5);
+        mayTell.Wait();
+        EXPECT_TRUE(peer.Write("late"));
         Drain(socket, beforeNotify.Wait());
         EXPECT_EQ(peer.Read(1), "");
     });
@@ -262,11 +268,79 @@ TEST(ClientSocket, WaitsForRoomInEveryStep) {
     EXPECT_TRUE(client.StartShutdown());
     EXPECT_EQ(client.GetPendingOperation(), Socket::ShutdownWaitsToWrite);
     EXPECT_EQ(client.GetConnectionState(), Socket::Connected);
+    mayTell.Open(); // what is read meanwhile does not make it forget
+    ASSERT_TRUE(client.RunUntil([&] { return client.m_Received == "xhellolate"; })) << client.GetLog();
+    EXPECT_EQ(client.GetPendingOperation(), Socket::ShutdownWaitsToWrite);
     EXPECT_TRUE(client.IsSocketWriteInProgress(false));
     beforeNotify.Open(junk);
     ASSERT_TRUE(client.RunUntil([&] { return client.GetConnectionState() == Socket::ShutdownSent; }));
     EXPECT_TRUE(client.RunToEnd());
     EXPECT_EQ(client.m_Events, "closing 0 closed 0");
+}
+
+// A derived class that reads and writes whenever it is called moves nothing before the server is known.
+TEST(ClientSocket, KeepsDataBackUntilTlsIsUp) {
+    std::string inPlain;
+    TestServer liar([&](QVSocket& socket) {
+        SendAll(socket, "welcome\n");
+        char c;
+        while (socket.RecvData(&c, 1) == 1)
+            inPlain += c;
+    });
+    OpenSSLContext context(false);
+    TestClient client(&context);
+    client.m_ToSend = "secret";
+    ASSERT_TRUE(client.Connect(liar.m_Address));
+    client.m_Complete = 0; // it believes so
+    ASSERT_EQ(client.GetSocket().WaitFor(QVSocket::Readable, kPatience), QVWaitResult::Ready);
+    EXPECT_TRUE(client.ProcessReadEvent());
+    EXPECT_FALSE(client.RunUntil([] { return false; }));
+    EXPECT_TRUE(client.ProcessReadData()); // also after the failure
+    client.HardResetSocket();
+    liar.Join();
+    EXPECT_EQ(client.m_Received, "");
+    EXPECT_EQ(inPlain.find("secret"), std::string::npos);
+
+    TestServer server([&](QVSocket& socket) {
+        TlsPeer peer(socket, ServerIdentity());
+        EXPECT_TRUE(peer.Accept());
+        Echo(peer, 6);
+    });
+    ASSERT_TRUE(client.Connect(server.m_Address));
+    ASSERT_TRUE(client.RunUntil([&] { return client.GetPendingOperation() == Socket::ConnectWaitsToRead; }));
+    client.m_Complete = 0;
+    EXPECT_TRUE(client.ProcessWriteEvent()); // a loop that always waits for both
+    EXPECT_EQ(client.GetPendingOperation(), Socket::ConnectWaitsToRead);
+    client.m_Complete = -1;
+    ASSERT_TRUE(client.RunUntil([&] { return client.m_Received == "secret"; })) << client.GetLog();
+    client.HardResetSocket();
+}
+
+TEST(ClientSocket, ClosesOnceAlsoWhenClosingWritesAndCloses) {
+    class LateClient : public TestClient {
+    public:
+        using TestClient::TestClient;
+        void SocketClosing(SocketCloseCause cause) override {
+            TestClient::SocketClosing(cause);
+            WriteData("bye", 3, m_LateSent);
+            CloseSocket(FDClose);
+        }
+        unsigned int m_LateSent = 0;
+    };
+    for (const bool bTls : {true, false}) {
+        SCOPED_TRACE(bTls);
+        TestServer server([&](QVSocket& socket) {
+            EXPECT_TRUE(!bTls || TlsPeer(socket, ServerIdentity()).Accept());
+            DrainToEnd(socket);
+        });
+        OpenSSLContext context(false);
+        LateClient client(bTls ? &context : nullptr);
+        ASSERT_TRUE(client.Connect(server.m_Address));
+        ASSERT_TRUE(client.RunUntil([&] { return client.IsComplete(); }));
+        client.CloseSocket(Socket::SetupTransactionFail);
+        EXPECT_EQ(client.m_Events, "closing 8 closed 8");
+        EXPECT_EQ(client.m_LateSent, bTls ? 0u : 3u); // never past TLS
+    }
 }
 
 TEST(ClientSocket, CarriesMoreThanTheSystemHoldsBothWaysInSmallPieces) {

@@ -123,14 +123,43 @@ TEST(Verification, TakesTheServersThatWereAskedForAndNoOthers) {
 }
 
 TEST(Verification, RefusesANameThatCannotBe) {
-    TestServer server([](QVSocket& socket) { DrainToEnd(socket); });
+    const Identity authority("Authority", kAuthority);
+    const Identity good("plant", {.names = "DNS:plant.example"}, &authority);
+    const TemporaryFolder folder;
+    folder.Write("authority.pem", authority.GetCertificatePem());
     OpenSSLContext context(false);
-    TestClient client(&context, false);
-    client.SetExpectedHostName(std::string("plant.example\0.evil.example", 27));
-    ASSERT_TRUE(client.Connect(server.m_Address));
-    EXPECT_FALSE(client.RunUntil([] { return false; }));
-    EXPECT_EQ(client.GetLastError().m_Code, 120u);
-    client.HardResetSocket();
+    COutputLogToString problems;
+    ASSERT_TRUE(context.SetTrustFile(folder.File("authority.pem"), &problems));
+    for (const std::string& name :
+         {std::string("plant.example\0.evil.example", 27), std::string(".example")}) {
+        SCOPED_TRACE(name);
+        TestServer server([&](QVSocket& socket) {
+            EXPECT_FALSE(TlsPeer(socket, good).Accept());
+            DrainToEnd(socket);
+        });
+        TestClient client(&context, false);
+        client.SetExpectedHostName(name);
+        ASSERT_TRUE(client.Connect(server.m_Address));
+        EXPECT_FALSE(client.RunUntil([&] { return client.IsComplete(); }));
+        EXPECT_EQ(client.GetLastError().m_Code, 120u);
+        client.HardResetSocket();
+    }
+}
+
+TEST(Verification, TakesNoPlainServerForTheOneAskedFor) {
+    TestServer server([](QVSocket& socket) { DrainToEnd(socket); }, 2);
+    for (const bool bName : {true, false}) {
+        TestClient client(nullptr, false);
+        if (bName)
+            client.SetExpectedHostName("plant.example");
+        else
+            EXPECT_FALSE(client.SetPinnedKey("not a key"));
+        ASSERT_TRUE(client.Connect(server.m_Address));
+        EXPECT_FALSE(client.RunUntil([&] { return client.IsComplete(); }));
+        EXPECT_EQ(client.GetLastError().m_Code, 120u);
+        EXPECT_GT(client.GetVerifyResult(), 0);
+        client.HardResetSocket();
+    }
 }
 
 TEST(CertificateSummary, SaysWhatACertificateSays) {

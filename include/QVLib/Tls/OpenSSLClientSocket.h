@@ -98,7 +98,7 @@ public:
     virtual bool ProcessReadData() = 0;
     // There is room to write: call WriteData() with what is queued, if anything is.
     virtual bool ProcessWriteData() = 0;
-    // The socket is about to be closed; the TLS session is gone already.
+    // The socket is about to be closed; the TLS session is gone already. To close it in here does nothing.
     virtual void SocketClosing(SocketCloseCause cause) = 0;
     virtual void SocketClosed(SocketCloseCause cause) = 0;
 
@@ -113,11 +113,12 @@ public:
 
     // Whom to accept. Nothing is verified until something is demanded here or the context is given something
     // to trust, and what is demanded must all hold, or the handshake ends with message 120 and without
-    // ConnectComplete(). To be set before StartConnect(); holds for every later connection.
+    // ConnectComplete(); so does a connection without TLS, where something is demanded here. To be set before
+    // StartConnect(); holds for every later connection.
 
     // The certificate must name this host, or this IP address, and lead to what the context trusts (with a
     // pinned key, only the name must match unless the context trusts somebody). The name, but no address, is
-    // also told to the server (SNI). Empty: no demand.
+    // also told to the server (SNI). It is no pattern. Empty: no demand.
     void SetExpectedHostName(const qvstring& name) { m_ExpectedHostName = name; }
     // The server's public key must be the one with this SHA-256, 64 hexadecimal digits that ':' may separate;
     // `qv tls connect` prints it. Its certificate may then be self-signed or of an unknown issuer, unless the
@@ -137,7 +138,8 @@ public:
     // queued.
     bool IsSocketWriteInProgress(bool dataWaiting) const;
 
-    // Read what is there, and write what fits. 0 bytes are always done.
+    // Read what is there, and write what fits. 0 bytes are always done. With TLS, nothing passes beside the
+    // session: before ConnectComplete(0), and in SocketClosing(), both would block.
     SocketIoResult ReadData(void* buffer, unsigned int size, unsigned int& received);
     SocketIoResult WriteData(const void* data, unsigned int size, unsigned int& sent);
 
@@ -154,7 +156,8 @@ public:
     const QVSocket& GetSocket() const { return m_Socket; }
     ConnectionState GetConnectionState() const { return static_cast<ConnectionState>(m_ConnectionState); }
     PendingOperation GetPendingOperation() const { return static_cast<PendingOperation>(m_PendingOperation); }
-    // As "127.0.0.1:443"; empty when not connected.
+    // As "127.0.0.1:443"; empty before, and after CloseSocket(). HardResetSocket() leaves them, to tell of
+    // what failed.
     const qvstring& GetRemoteSocketName() const { return m_RemoteSocketName; }
     const qvstring& GetLocalSocketName() const { return m_LocalSocketName; }
     const ErrorCodeAndMessage& GetLastError() const { return m_LastError; }
@@ -198,6 +201,7 @@ private:
     struct Transfer;
 
     bool ProcessSocketConnected();
+    bool IsTlsMissing() const;
     bool ShutdownSocket();
     void StoreError(unsigned int kind, unsigned int code, const char* text);
 
@@ -215,6 +219,7 @@ private:
     bool PrepareVerification();
     bool IsVerifying() const;
     bool IsServerAccepted();
+    bool IsPlainServerAccepted();
     static int VerifyCallback(int bAccepted, X509_STORE_CTX* store);
     bool Verify(bool bAccepted, X509_STORE_CTX* store);
     void KeepPeerCertificate(X509* certificate);
@@ -237,7 +242,8 @@ private:
     int m_PendingOperation = NothingPending;
     ErrorCodeAndMessage m_LastError;
 
-    int m_FatalError = 0; // what ended the session, after which OpenSSL must not be asked to shut it down
+    bool m_bClosing = false; // in SocketClosing()
+    int m_FatalError = 0;    // what ended the session, after which OpenSSL must not be asked to shut it down
     qvstring m_ExpectedHostName;
     qvstring m_PinnedKey; // the hash itself; empty without a demand
     bool m_bChainDemanded = false;

@@ -166,9 +166,10 @@ int CertificateAndKeyInFilePath::ReadCertificateAndKey(CertificateAndKey* issuer
     return ValidateCertificateAndKeyPair(issuer, network, log) ? ReadValid : NotValid;
 }
 
-// A certificate without its key would be of no use: the former pair stays then.
+// Both, whatever becomes of the first: where the key was kept, the certificate goes with the key that is stored.
 bool CertificateAndKeyInFilePath::SaveCertificateAndKey(COutputLog* log) {
-    return SavePrivateKey(log) && SaveCertificate(log);
+    const bool bKeySaved = SavePrivateKey(log);
+    return SaveCertificate(log) && bKeySaved;
 }
 
 bool CertificateAndKeyInFilePath::ReadPrivateKey(COutputLog* log) {

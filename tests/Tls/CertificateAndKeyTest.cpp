@@ -231,9 +231,17 @@ TEST_F(CertificateAndKeyTest, FailsAloudAndKeepsTheFormerFiles) {
     Shell("mkdir t.keyTemp");
     EXPECT_TRUE(Init(pair, CertificateAndKey::CertificateSelfSigned));
     EXPECT_THAT(Lines(), HasSubstr("...Error writing private key\n"));
-    EXPECT_THAT(m_Folder.List("Certificates"), testing::ElementsAre("t.keyTemp"));
     m_Folder.Remove("Certificates/t.keyTemp");
     EXPECT_TRUE(pair.SaveCertificateAndKey(&m_Log));
+
+    // A key that is stored already needs no place: the certificate for the new host name goes with it.
+    Shell("mkdir t.keyTemp");
+    m_Network.AddHostName("new");
+    EXPECT_TRUE(Init(pair, CertificateAndKey::CertificateSelfSigned));
+    EXPECT_THAT(Lines(), HasSubstr("...Error writing private key\nSaving certificate '/Certificates/t.cer'"));
+    EXPECT_EQ(pair.ReadExisting(CertificateAndKey::CertificateSelfSigned, nullptr, m_Network, &m_Log),
+              CertificateAndKey::ReadValid);
+    m_Folder.Remove("Certificates/t.keyTemp");
 
     // A disk that fills up, and one that lies about it until the end.
     const std::string key = ReadFile("t.key");

@@ -151,6 +151,7 @@ bool OpenSSLClientSocket::IsServerAccepted() {
 
 // Without TLS no server can show who it is.
 bool OpenSSLClientSocket::IsPlainServerAccepted() {
+    m_VerifyResult = -1;
     if (m_ExpectedHostName.empty() && m_PinnedKey.empty())
         return true;
     m_VerifyResult = X509_V_ERR_UNSPECIFIED;

@@ -144,6 +144,7 @@ public:
     SocketIoResult WriteData(const void* data, unsigned int size, unsigned int& sent);
 
     // Tells the server that no more will be sent. The socket is closed by the event of the server's answer.
+    // With TLS, not while a write would block: finish that first, or the end fails with it, by a later event.
     bool StartShutdown();
     // Nothing happens, and nothing is called, without a socket.
     void CloseSocket(SocketCloseCause cause);

@@ -29,6 +29,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"QVLib/Tls/", "openssl/"},
     {"tests/Tls/", "openssl/"},
     {"tools/", "CLI/"},
+    {"tests/tools/", "CLI/"},
     {"tests/", "gtest/"},
     {"tests/", "gmock/"},
     {"benchmarks/", "benchmark/"},

@@ -51,6 +51,8 @@ TEST_F(QvSmall, TagsAreMatchedSortedAndRewritten) {
         {"tag rename A C .X --base A.B --new-base C.B", 0, ".X\n"},
         {"tag rename A C .X --new-base C.B", 2, "", "--base"},
         {"tag", 2, "", "subcommand"},
+        {"tag mach x", 2, "", "there is no command 'mach'"},
+        {"tags", 2, "", "there is no command 'tags'"},
     });
 }
 

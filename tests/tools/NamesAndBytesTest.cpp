@@ -77,7 +77,7 @@ TEST_F(QvSmall, ColoursAreShown) {
 
 TEST_F(QvSmall, BytesGoOutAndBack) {
     std::string bytes;
-    for (int i = 0; i < 100'000; i++)
+    for (unsigned int i = 0; i < 100'000; i++)
         bytes += static_cast<char>(i * i >> 4);
     m_Folder.Write("data", bytes);
     for (const std::string mode : {"", " --base64"}) {

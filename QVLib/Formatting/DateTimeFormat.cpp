@@ -301,6 +301,8 @@ bool DateTimeFormat::AddToText(const FormatChar& item, Step& step) {
     case 'S':
         return bTwo ? AddPlaces({ValueHundredths}, 2, step)
                     : item.m_nRepeat > 2 && AddPlaces({ValueHundredths, ValueLastMilliseconds}, 3, step);
+    default:
+        break;
     }
     if (item.m_CodePoint == '\n' || item.m_nRepeat > LongestRow || (!item.m_bLiteral && IsField(letter)))
         return false;

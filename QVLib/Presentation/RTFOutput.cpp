@@ -3,6 +3,7 @@
 #include <QVLib/Presentation/RTFOutput.h>
 #include <QVPlatform/Unicode.h>
 #include <algorithm>
+#include <cmath>
 #include <string>
 
 namespace {
@@ -83,7 +84,7 @@ void CRTFOutput::SetFontSize(float points) {
     if (points == m_FontSize)
         return;
     const float halfPoints = std::min(points * 2, MaxHalfPoints);
-    m_Body += "\\fs" + std::to_string(static_cast<int>(halfPoints + 0.5)) + " ";
+    m_Body += "\\fs" + std::to_string(std::lround(halfPoints)) + " ";
     m_FontSize = points;
 }
 

@@ -150,17 +150,17 @@ void DecimalFormat::DigitList::SetDouble(double value, bool fixedPoint, int maxi
     }
 
     RemoveTrailingZeros();
-    if (maximumDigits == Unlimited)
-        return;
-    if (fixedPoint)
-        RoundDigitList(AddDigits(maximumDigits, m_nDecimalAt));
-    else if (maximumDigits >= 1)
-        RoundDigitList(maximumDigits);
+    RoundForNotation(fixedPoint, maximumDigits);
 }
 
 void DecimalFormat::DigitList::SetUInt64(unsigned long long value, bool fixedPoint, int maximumDigits) {
     m_nCount = static_cast<int>(std::to_chars(m_Digits, m_Digits + MaximumDigits, value).ptr - m_Digits);
     m_nDecimalAt = m_nCount;
+    RoundForNotation(fixedPoint, maximumDigits);
+}
+
+// In fixed-point notation the limit counts digits behind the decimal point, else all digits, and at least one stays.
+void DecimalFormat::DigitList::RoundForNotation(bool fixedPoint, int maximumDigits) {
     if (maximumDigits == Unlimited)
         return;
     if (fixedPoint)

@@ -120,6 +120,7 @@ public:
         int m_nDecimalAt = 0;
 
     private:
+        void RoundForNotation(bool fixedPoint, int maximumDigits);
         void CarryUp();
     };
 

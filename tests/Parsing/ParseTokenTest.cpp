@@ -75,20 +75,13 @@ TEST(ParseTokenTest, CharactersThatWerePushedBackBringTheirPlaces) {
     EXPECT_EQ(PrintTokens(input), "3:\r@7:10-7:20 6:ab@7:20-7:90 43:+@7:90-7:91 6:c@1:1-1:2 1:@1:2-1:2 ");
 }
 
-TEST(ParseTokenTest, RandomTextsGiveTheSameTokensHoweverTheyAreRead) {
+// How texts are cut into tokens whatever the input is the matter of the test of ParseContextEx.
+TEST(ParseTokenTest, TokensFollowOneAnotherWithoutAGap) {
     for (unsigned int seed = 1; seed <= 400; ++seed) {
         SCOPED_TRACE(seed);
-        const bool isHostile = seed % 2 == 0;
-        const qvstring text = MakeRandomText(seed, 60, isHostile);
-        ChunkedInput plainInput(text, 0);
-        const std::string expected = PrintTokens(plainInput);
-        for (const unsigned int readSize : ReadSizes) {
-            ChunkedInput input(text, readSize);
-            ASSERT_EQ(PrintTokens(input), expected) << readSize;
-        }
+        const qvstring text = MakeRandomText(seed, 60, seed % 2 == 0);
         qvstring allText;
-        ChunkedInput wholeInput(text, 4096);
-        wholeInput.ReadAllInput(allText);
+        ChunkedInput(text, 4096).ReadAllInput(allText);
 
         ChunkedInput input(text, 7);
         qvstring joined;
@@ -123,21 +116,20 @@ TEST(ParseTokenTest, AsciiIsClassifiedAsThePlatformDoes) {
 }
 
 TEST(ParseTokenTest, TypesHaveNames) {
-    const char* const names[] = {"????",       "EOF",     "End of line",  "Whitespace", "Range",   "Elipsis",
-                                 "Identifier", "Numeric", "GreaterEqual", "LessEqual",  "NotEqual"};
-    for (int type = 0; type <= 10; ++type)
-        EXPECT_STREQ(CParseToken::GetTokenName(type), names[type]);
-    for (int type = -1; type < 200; ++type) {
-        const bool isNamed = (type >= 0 && type <= 10) || (type >= 33 && type <= 126 && !isalnum(type));
-        EXPECT_EQ(CParseToken::GetTokenName(type) != nullptr, isNamed) << type;
-    }
-    const std::pair<char, const char*> characters[] = {
-        {'!', "Exclamation"}, {'/', "ForwardSlash"}, {':', "Colon"},          {'=', "Equal"},
-        {'@', "At"},          {'[', "OpenBracket"},  {'`', "GraveAccent"},    {'{', "OpenBrace"},
-        {'~', "Tilda"},       {'\'', "SingleQuote"}, {'\\', "BackSlash"},     {'^', "Circumflex"},
-        {'.', "FullStop"},    {';', "SemiColon"},    {'(', "OpenParenthesis"}};
-    for (const auto& [character, name] : characters)
-        EXPECT_STREQ(CParseToken::GetTokenName(character), name);
+    std::string names;
+    for (int type = -1; type < 200; ++type)
+        if (const char* const name = CParseToken::GetTokenName(type))
+            names += std::string(names.empty() ? "" : " ") + name;
+        else if (!names.ends_with("\n"))
+            names += "\n";
+    EXPECT_EQ(
+        names,
+        "\n ???? EOF End of line Whitespace Range Elipsis Identifier Numeric GreaterEqual LessEqual NotEqual"
+        "\n Exclamation DoubleQuote Hash Dollar Percent Ampersand SingleQuote OpenParenthesis"
+        " CloseParenthesis Asterisk Plus Comma Minus FullStop ForwardSlash"
+        "\n Colon SemiColon LessThan Equal GreaterThan Question At"
+        "\n OpenBracket BackSlash CloseBracket Circumflex Underscore GraveAccent"
+        "\n OpenBrace VerticalBar CloseBrace Tilda\n");
 }
 
 TEST(ParseTokenTest, TextsCompare) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <string_view>
 
 // UTF-8 with a window of `readSize` bytes at a time, as a file has it; 0 is an input without a window.
 class ChunkedInput : public CTextInput {
@@ -58,48 +59,13 @@ inline std::string PrintToken(const CParseToken& token) {
 
 // `count` pieces of text, drawn from what tokens are made of; with `hostile`, zeros and malformed bytes too.
 inline qvstring MakeRandomText(unsigned int seed, unsigned int count, bool hostile) {
-    static const qvstring pieces[] = {"a",
-                                      "Zq",
-                                      "7",
-                                      "42",
-                                      "_",
-                                      "e3",
-                                      " ",
-                                      "\t",
-                                      "\n",
-                                      "\r",
-                                      "\r\n",
-                                      ".",
-                                      "..",
-                                      "...",
-                                      "!",
-                                      "=",
-                                      "<",
-                                      ">",
-                                      "\"",
-                                      "'",
-                                      "\\",
-                                      "`",
-                                      "{",
-                                      "]",
-                                      ",",
-                                      "\v",
-                                      "\x7F",
-                                      "\x01",
-                                      "é",
-                                      "\u0663",
-                                      "€",
-                                      "\u00A0",
-                                      "\u0085",
-                                      "\u2028",
-                                      "😀",
-                                      "'it''s'",
-                                      qvstring(1, '\0'),
-                                      "\xC3",
-                                      "\x80",
-                                      "\xF0\x9F",
-                                      "\xED\xA0\x80",
-                                      "\xFF"};
+    using namespace std::string_view_literals;
+    static constexpr std::string_view pieces[] = {"a", "Zq", "7", "42", "_", "e3", " ", "\t", "\n", "\r",
+                                                  "\r\n", ".", "..", "...", "!", "=", "<", ">", "\"", "'",
+                                                  "\\", "`", "{", "]", ",", "\v", "\x7F", "\x01", "é",
+                                                  "\u0663", "€", "\u00A0", "\u0085", "\u2028", "😀", "'it''s'",
+                                                  // the hostile ones
+                                                  "\0"sv, "\xC3", "\x80", "\xF0\x9F", "\xED\xA0\x80", "\xFF"};
     std::mt19937 random(seed);
     const std::size_t choices = std::size(pieces) - (hostile ? 0 : 6);
     qvstring text;

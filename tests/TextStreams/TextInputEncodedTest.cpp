@@ -1,25 +1,14 @@
+#include "TextInputModel.h"
 #include "support/TemporaryFolder.h"
 #include <QVLib/TextStreams/TextInputEncoded.h>
-#include <QVPlatform/Unicode.h>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
-#include <random>
-#include <string>
-#include <vector>
 
 namespace {
 
 using std::string;
 using namespace std::string_literals;
-
-std::u32string ReadAll(CTextInput& input) {
-    std::u32string text;
-    for (int codePoint; input.ReadCodePoint(codePoint);)
-        text.push_back(static_cast<char32_t>(codePoint));
-    return text;
-}
 
 TextInputFromRawData OfBytes(const string& bytes) {
     return TextInputFromRawData(reinterpret_cast<const unsigned char*>(bytes.data()),
@@ -44,16 +33,11 @@ string Encode(const std::u32string& text, int encoding) {
     return bytes;
 }
 
-// What the bytes say, decoded all at once: each raw code point with the offset behind it.
-struct Decoded {
-    std::vector<int> m_CodePoints;
-    std::vector<long long> m_Ends; // one more: m_Ends[0] is the start of the text
-};
-
+// What the bytes say, decoded all at once.
 Decoded Decode(const string& bytes, int encoding) {
     const auto byte = [&bytes](size_t at) { return static_cast<unsigned char>(bytes[at]); };
     size_t at = encoding == 1 ? 3 : encoding == 2 || encoding == 3 ? 2 : 0;
-    Decoded decoded{{}, {static_cast<long long>(at)}};
+    Decoded decoded{{}, {static_cast<long long>(at)}, static_cast<long long>(bytes.size())};
     while (at < bytes.size()) {
         size_t length = 1;
         int value = byte(at);
@@ -93,18 +77,6 @@ Decoded Decode(const string& bytes, int encoding) {
     return decoded;
 }
 
-// The text as a reader of code points gets it.
-std::u32string Translate(const std::vector<int>& raw) {
-    std::u32string text;
-    for (size_t i = 0; i < raw.size(); ++i) {
-        const int c = raw[i];
-        if (c == 10 && i > 0 && raw[i - 1] == 13)
-            continue;
-        text.push_back(c == 13 || c == 0x85 || c == 0x2028 || c == 0x2029 ? U'\n' : static_cast<char32_t>(c));
-    }
-    return text;
-}
-
 } // namespace
 
 TEST(TextInputEncoded, MarksTellTheEncoding) {
@@ -131,138 +103,56 @@ TEST(TextInputEncoded, MarksTellTheEncoding) {
         {"\xFE\x41", 0, 0, U"\uFFFDA"},
         {"\x80\x41\xF8\xBF\xFF", 0, 0, U"\uFFFDA\uFFFD\uFFFD\uFFFD"},
     };
-    const TemporaryFolder folder;
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.m_Bytes));
-        TextInputFromRawData raw = OfBytes(c.m_Bytes);
-        folder.Write("text", c.m_Bytes);
-        TextInputFile file;
-        ASSERT_TRUE(file.OpenFile(folder.File("text")));
-        for (CTextInputWithEncoding* input :
-             {static_cast<CTextInputWithEncoding*>(&raw), static_cast<CTextInputWithEncoding*>(&file)}) {
-            EXPECT_EQ(input->GetEncoding(), c.m_Encoding);
-            EXPECT_EQ(input->Tell(), c.m_Start);
-            EXPECT_EQ(ReadAll(*input), c.m_Text);
-            input->Seek(0);
-            EXPECT_EQ(input->Tell(), c.m_Start);
-            input->ResetPosition();
-            EXPECT_EQ(ReadAll(*input), c.m_Text);
-        }
+        TextInputFromRawData input = OfBytes(c.m_Bytes);
+        EXPECT_EQ(input.GetEncoding(), c.m_Encoding);
+        EXPECT_EQ(input.Tell(), c.m_Start);
+        EXPECT_EQ(ReadAll(input), c.m_Text);
     }
 }
 
-// Every encoding, cut at every byte, decoded like the obvious decoder does; also the two that no mark tells.
+// Every encoding, cut at every byte; also the two that no mark tells.
 TEST(TextInputEncoded, EveryPrefixDecodesAsFarAsItsCharactersAreWhole) {
     const std::u32string text = U"a\r\n\u00E9\r\u2028\u6E29\n\U0001F525z";
-    for (int encoding = 0; encoding < 6; ++encoding) {
-        const string bytes = Encode(text, encoding);
+    std::mt19937 random(5);
+    for (int encoding = 0; encoding < 6; ++encoding)
         for (const string& tail : {""s, "\xED\xA0\x80"s, "\xF7\xBF\x3F"s, "\xD8\x41"s, "\x00\xDC\x41\xD8"s}) {
-            const string all = bytes + tail;
+            const string all = Encode(text, encoding) + tail;
             for (size_t length = Encode(U"", encoding).size(); length <= all.size(); ++length) {
                 const string cut = all.substr(0, length);
+                SCOPED_TRACE(testing::Message() << encoding << " " << testing::PrintToString(cut));
                 TextInputFromRawData input = OfBytes(cut);
                 if (encoding > 3)
                     input.SetEncoding(static_cast<TextEncoding>(encoding));
-                ASSERT_EQ(ReadAll(input), Translate(Decode(cut, encoding).m_CodePoints))
-                    << encoding << " " << testing::PrintToString(cut);
-                int codePoint;
-                ASSERT_FALSE(input.ReadCodePoint(codePoint));
+                CompareWithModel(input, TextInputModel(Decode(cut, encoding)), random);
+                ASSERT_FALSE(HasFatalFailure());
             }
         }
-    }
 }
 
-// Characters of every length, and both halves of a CR LF, on both sides of the border of a block.
-TEST(TextInputFile, BlockBordersCutNothing) {
-    const TemporaryFolder folder;
-    const std::u32string text = U"\u00E9\r\n\u6E29\r\r\n\U0001F525\u2028z\n";
-    for (int encoding = 0; encoding < 4; ++encoding)
-        for (size_t lead = 1010; lead <= 1030; ++lead) {
-            const std::u32string whole = std::u32string(encoding < 2 ? lead : lead / 2, U'x') + text +
-                                         std::u32string(2000, U'y') + text;
-            folder.Write("text", Encode(whole, encoding));
-            TextInputFile input;
-            ASSERT_TRUE(input.OpenFile(folder.File("text")));
-            const std::u32string expected = Translate(std::vector<int>(whole.begin(), whole.end()));
-            ASSERT_EQ(ReadAll(input), expected) << encoding << " " << lead;
-            input.ResetPosition();
-            qvstring read;
-            input.ReadAllInput(read);
-            ASSERT_EQ(read, Encode(expected, 0)) << encoding << " " << lead;
-        }
-}
-
-// Positions saved and restored at random, and plain seeks, against the text decoded beforehand.
-TEST(TextInputFile, RandomPositionsReadWhatIsThere) {
+// Characters of every length, and both halves of a CR LF, on the borders of the blocks; malformed bytes in places, and
+// files that end with a block.
+TEST(TextInputFile, RandomOperationsAgreeWithTheObviousReading) {
     const TemporaryFolder folder;
     std::mt19937 random(7);
-    const auto pick = [&random](size_t below) { return random() % below; };
     const std::u32string alphabet = U"abc,\t\n\n\r\u0085\u00FC\u2028\u6E29\U0001F525";
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 300; ++round) {
         const int encoding = round % 4;
         std::u32string text;
-        for (size_t n = pick(3000); n > 0; --n)
-            text += alphabet[pick(alphabet.size())];
+        for (unsigned int n = Pick(random, 3000); n > 0; --n)
+            text += alphabet[Pick(random, alphabet.size())];
         string bytes = Encode(text, encoding);
-        for (size_t n = round % 3 == 0 ? pick(40) : 0; n > 0 && bytes.size() > 3; --n)
-            bytes[3 + pick(bytes.size() - 3)] = static_cast<char>(pick(256));
+        for (unsigned int n = round % 3 == 0 ? Pick(random, 40) : 0; n > 0 && bytes.size() > 3; --n)
+            bytes[3 + Pick(random, bytes.size() - 3)] = static_cast<char>(Pick(random, 256));
         if (round % 5 == 0)
-            bytes.resize(1024 * (1 + pick(3)), 'e');
+            bytes.resize(1024 * (1 + Pick(random, 3)), 'e');
         folder.Write("text", bytes);
-        const Decoded model = Decode(bytes, encoding);
+        SCOPED_TRACE(round);
         TextInputFile input;
         ASSERT_TRUE(input.OpenFile(folder.File("text")));
-        struct Saved {
-            CTextInput::Position m_Position;
-            size_t m_Next;
-        };
-        std::vector<Saved> saved;
-        size_t next = 0; // of the model's raw code points
-        for (int step = 0; step < 200; ++step) {
-            SCOPED_TRACE(testing::Message() << round << " " << step << " at " << next);
-            switch (pick(4)) {
-            case 0:
-                saved.push_back({{}, next});
-                input.SavePosition(saved.back().m_Position);
-                break;
-            case 1:
-                if (saved.empty())
-                    break;
-                next = saved[step % saved.size()].m_Next;
-                input.RestorePosition(saved[step % saved.size()].m_Position);
-                break;
-            case 2:
-                next = pick(model.m_Ends.size());
-                input.Seek(model.m_Ends[next]);
-                ASSERT_EQ(input.Tell(), model.m_Ends[next]);
-                int raw;
-                ASSERT_EQ(input.ReadNextCodePoint(raw), next < model.m_CodePoints.size());
-                if (next < model.m_CodePoints.size()) {
-                    ASSERT_EQ(raw, model.m_CodePoints[next]);
-                }
-                input.ResetPosition();
-                next = 0;
-                break;
-            default:
-                for (size_t n = pick(pick(4) ? 30 : 3000); n > 0; --n) {
-                    // The second half of a CR LF is swallowed with what follows it.
-                    const bool half = next > 0 && model.m_CodePoints[next - 1] == 13 &&
-                                      next < model.m_CodePoints.size() && model.m_CodePoints[next] == 10;
-                    const size_t at = half ? next + 1 : next;
-                    int codePoint;
-                    const bool read = input.ReadCodePoint(codePoint);
-                    ASSERT_EQ(read, at < model.m_CodePoints.size());
-                    if (!read)
-                        break;
-                    ASSERT_EQ(static_cast<char32_t>(codePoint), Translate({model.m_CodePoints[at]})[0]);
-                    next = at + 1;
-                }
-            }
-            // A cut character or half a CR LF at the very end may have been looked at already.
-            if (next < model.m_CodePoints.size()) {
-                ASSERT_EQ(input.Tell(), model.m_Ends[next]);
-            }
-        }
+        CompareWithModel(input, TextInputModel(Decode(bytes, encoding)), random);
+        ASSERT_FALSE(HasFatalFailure());
     }
 }
 
@@ -339,12 +229,7 @@ TEST(TextInputFile, EstimatesItsLength) {
     const struct {
         string m_Bytes;
         unsigned int m_Estimate;
-    } cases[] = {{"", 0},
-                 {"1234", 2},
-                 {"\xFF\xFE\x41\x00\x41"s, 2},
-                 {"\xEF\xBB\xBF"
-                  "abc",
-                  4}};
+    } cases[] = {{"", 0}, {"1234", 2}, {"\xFF\xFE\x41\x00\x41"s, 2}, {"\xEF\xBB\xBFxyz", 4}};
     for (const auto& c : cases) {
         folder.Write("text", c.m_Bytes);
         TextInputFile input;

@@ -27,89 +27,70 @@ std::string WithoutFolder(std::string text, const TemporaryFolder& folder) {
     return text;
 }
 
-// Every pair of a text file and a binary file, for servers and others, with and without a guest.
 TEST(SecuritySettingsFilesTest, StartUpTakesTheFirstFileThatOpens) {
-    const std::string broken = "ann: World=Ful; bob: World=Write;";
-    const struct {
-        const char* text; // null: missing
-        int openError;    // the text is there and fails to open
-        const char* entries;
-        const char* messages;
-    } texts[] = {
-        {"ann: World=Write; # not saved again", 0, "ann: World=Write;\n",
-         "F/user-rights.conf(1,19-20): error 101: Found '#' when expecting 'User ID'.\n"},
-        {"", 0, "", ""},
-        {broken.c_str(), 0, "bob: World=Write;\n",
-         "F/user-rights.conf(1,12-15): error 101: Found 'Ful' when expecting 'User Right'.\n"},
-        {"ann: World=Write;", EACCES, nullptr,
-         "... could not open file 'F/user-rights.conf'.\n... error 13: Permission denied\n"},
-        {nullptr, 0, nullptr, ""},
-    };
+    using namespace std::string_literals;
+    enum TextFile { Missing, Refused, There };
     const std::string good = BinaryOf("cat: World=Force, ZoneD=Full;");
-    const struct {
-        const char* content;
-        std::size_t length; // 0: missing
-        const char* entries;
-        const char* messages;
-    } binaries[] = {
-        {good.data(), good.size(), "cat: World=Force, ZoneD=Full;\n",
-         "User rights:\ncat: World=Force, ZoneD=Full\n"},
-        {"\1\0\0\0\0\0", 6, "", "... no changes found\n"},
-        {"\2\0\0\0\0\0", 6, nullptr, "... invalid file format\nCreate default user rights.\n"},
-        {"", 0, nullptr, "... could not open file.\nCreate default user rights.\n"},
-        {good.data(), good.size() - 1, nullptr, nullptr}, // throws
-    };
+    const char* const cat = "cat: World=Force, ZoneD=Full;\n";
+    const std::string reading = "Reading 'F/user-rights.conf'...\n";
+    const std::string readingBinary = "Reading 'F/Rights.qvusr'...\nLoading file 'F/Rights.qvusr'...\n";
+    const std::string refused =
+        "... could not open file 'F/user-rights.conf'.\n... error 13: Permission denied\n" + readingBinary;
+    const std::string cats = "User rights:\ncat: World=Force, ZoneD=Full\n";
+    const std::string absent = "... could not open file.\nCreate default user rights.\n";
+    const std::string invalid = "... invalid file format\nCreate default user rights.\n";
+    const std::string saving = "Saving file 'F/user-rights.conf'...\n";
+    const std::string leaving = "'F/user-rights.conf' is left as it is.\n";
     CSecuritySettings current;
     current.InitialiseForCurrentUser();
     const std::string forCurrentUser = Text(current);
-
-    for (const auto& text : texts)
-        for (const auto& binary : binaries)
-            for (const int kind : {0, 1, 2, 3}) {
-                const bool bServer = (kind & 1) != 0;
-                const bool bGuest = (kind & 2) != 0;
-                SCOPED_TRACE(testing::Message()
-                             << (text.text ? text.text : "(missing)") << " | "
-                             << (binary.messages ? binary.messages : "cut") << " | " << kind);
-                const TemporaryFolder folder = TemporaryFolder::InMemory();
-                if (text.text != nullptr)
-                    folder.Write(TextName, text.text);
-                if (binary.length != 0)
-                    folder.Write(BinaryName, {binary.content, binary.length});
-                FaultSystemCalls system;
-                if (text.openError != 0)
-                    system.FailAt(SystemCall::Open, 1, text.openError);
-                std::string entries = text.entries != nullptr ? text.entries : "";
-                std::string log = "InitializeSecuritySettings: F\n";
-                if (text.entries != nullptr)
-                    log += "Reading 'F/user-rights.conf'...\n";
-                log += text.messages;
-                CSecuritySettings settings;
-                COutputLogToString printed;
-                if (text.entries == nullptr && binary.messages == nullptr) {
-                    EXPECT_THROW(
-                        settings.InitialiseSecuritySettings(folder.GetFilePath(), bServer, bGuest, &printed),
-                        CBinaryInput::EOFException);
-                    EXPECT_EQ(folder.Exists(TextName), text.text != nullptr);
-                    EXPECT_TRUE(settings.m_Users.empty());
-                    continue;
-                }
-                settings.InitialiseSecuritySettings(folder.GetFilePath(), bServer, bGuest, &printed);
-                if (text.entries == nullptr) {
-                    log += "Reading 'F/Rights.qvusr'...\nLoading file 'F/Rights.qvusr'...\n";
-                    log += binary.messages;
-                    log += text.text == nullptr ? "Saving file 'F/user-rights.conf'...\n"
-                                                : "'F/user-rights.conf' is left as it is.\n";
-                    const std::string guest = bGuest ? "Guest: World=Full;\n" : "";
-                    entries = binary.entries != nullptr ? binary.entries
-                              : bServer                 ? "root: World=Full;\n*: World=Full;\n" + guest
-                                                        : forCurrentUser;
-                }
-                EXPECT_EQ(WithoutFolder(printed.GetString(), folder), log);
-                EXPECT_EQ(Text(settings), entries);
-                EXPECT_EQ(folder.Read(TextName), text.text != nullptr ? text.text : entries);
-                EXPECT_EQ(folder.Exists(BinaryName), binary.length != 0);
-            }
+    const struct {
+        TextFile text;
+        std::string content, binary; // an empty binary file is not written
+        bool forServer, addGuest;
+        std::string entries, log;
+    } cases[] = {
+        {There, "ann: World=Write; # not saved again", good, true, true, "ann: World=Write;\n",
+         reading + "F/user-rights.conf(1,19-20): error 101: Found '#' when expecting 'User ID'.\n"},
+        {There, "ann: World=Ful; bob: World=Write;", "", false, false, "bob: World=Write;\n",
+         reading + "F/user-rights.conf(1,12-15): error 101: Found 'Ful' when expecting 'User Right'.\n"},
+        {There, "", good, true, false, "", reading},
+        {Refused, "ann: World=Write;", good, true, true, cat, refused + cats + leaving},
+        {Refused, "ann: World=Write;", "", false, true, forCurrentUser, refused + absent + leaving},
+        {Missing, "", good, true, true, cat, readingBinary + cats + saving},
+        {Missing, "", "\1\0\0\0\0\0"s, true, true, "", readingBinary + "... no changes found\n" + saving},
+        {Missing, "", "\2\0\0\0\0\0"s, true, false, "root: World=Full;\n*: World=Full;\n",
+         readingBinary + invalid + saving},
+        {Missing, "", "", true, true, "root: World=Full;\n*: World=Full;\nGuest: World=Full;\n",
+         readingBinary + absent + saving},
+        {Missing, "", "", false, true, forCurrentUser, readingBinary + absent + saving},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.log);
+        const TemporaryFolder folder;
+        if (c.text != Missing)
+            folder.Write(TextName, c.content);
+        if (!c.binary.empty())
+            folder.Write(BinaryName, c.binary);
+        FaultSystemCalls system;
+        if (c.text == Refused)
+            system.FailAt(SystemCall::Open, 1, EACCES);
+        CSecuritySettings settings;
+        COutputLogToString printed;
+        settings.InitialiseSecuritySettings(folder.GetFilePath(), c.forServer, c.addGuest, &printed);
+        EXPECT_EQ(WithoutFolder(printed.GetString(), folder), "InitializeSecuritySettings: F\n" + c.log);
+        EXPECT_EQ(Text(settings), c.entries);
+        EXPECT_EQ(folder.Read(TextName), c.text == Missing ? c.entries : c.content);
+        EXPECT_EQ(folder.Exists(BinaryName), !c.binary.empty());
+    }
+    const TemporaryFolder folder;
+    folder.Write(BinaryName, good.substr(0, good.size() - 1));
+    CSecuritySettings settings;
+    COutputLogNull null;
+    EXPECT_THROW(settings.InitialiseSecuritySettings(folder.GetFilePath(), true, true, &null),
+                 CBinaryInput::EOFException);
+    EXPECT_FALSE(folder.Exists(TextName));
+    EXPECT_TRUE(settings.m_Users.empty());
 }
 
 TEST(SecuritySettingsFilesTest, ReloadingTakesOverOnlyWhatDiffersAndIsFreeOfErrors) {
@@ -145,18 +126,17 @@ TEST(SecuritySettingsFilesTest, ReloadingTakesOverOnlyWhatDiffersAndIsFreeOfErro
         if (step.entries != nullptr)
             entries = step.entries;
         EXPECT_EQ(Text(settings), entries);
-
-        // The same through the binary form, where there is one.
-        if (step.entries == nullptr)
-            continue;
-        CSecuritySettings other;
-        Parse(other, changed ? "" : step.entries);
-        folder.Write("b", BinaryOf(step.entries));
-        COutputLogToString binaryLog;
-        EXPECT_TRUE(other.LoadBinaryFile(binary, changed, &binaryLog));
-        EXPECT_EQ(changed, step.changed && !entries.empty());
-        EXPECT_EQ(Text(other), entries);
     }
+    // The same through the binary form.
+    folder.Write("b", BinaryOf("ann: World=Write;"));
+    for (const bool first : {true, false}) {
+        bool changed = !first;
+        COutputLogToString log;
+        EXPECT_TRUE(settings.LoadBinaryFile(binary, changed, &log));
+        EXPECT_EQ(changed, first);
+        EXPECT_EQ(Text(settings), "ann: World=Write;\n");
+    }
+    settings.Clear();
     Parse(settings, "kept: World=Full;");
     bool changed = true;
     COutputLogToString log;
@@ -168,27 +148,15 @@ TEST(SecuritySettingsFilesTest, ReloadingTakesOverOnlyWhatDiffersAndIsFreeOfErro
     EXPECT_THAT(log.GetString(), HasSubstr("... could not open file.\n"));
 }
 
-TEST(SecuritySettingsFilesTest, EveryEncodingIsReadAndWhatStopsTheReadingIsLogged) {
+TEST(SecuritySettingsFilesTest, WhatStopsTheReadingIsLogged) {
     using namespace std::string_literals;
     const TemporaryFolder folder;
-    const struct {
-        std::string content;
-        const char* entries;
-    } cases[] = {
-        {"\xEF\xBB\xBF#c\r\nJ\xC3\xB6: World=Full;"s, "J\xC3\xB6: World=Full;\n"},
-        {"\xFF\xFEJ\0\xF6\0:\0W\0o\0r\0l\0d\0=\0F\0u\0l\0l\0;\0"s, "J\xC3\xB6: World=Full;\n"},
-        {"\xFE\xFF\0a\0:\0W\0o\0r\0l\0d\0=\0F\0u\0l\0l\0;"s, "a: World=Full;\n"},
-        {"a: World=Full;\n\0b: World=Full;"s, "a: World=Full;\n"},
-    };
-    for (const auto& c : cases) {
-        folder.Write("t", c.content);
-        CSecuritySettings settings;
-        COutputLogToString log;
-        EXPECT_TRUE(settings.ParseTextFile(folder.File("t"), &log));
-        EXPECT_EQ(Text(settings), c.entries);
-        EXPECT_EQ(log.GetString().find("zero byte") != std::string::npos,
-                  c.content.find("\n\0"s) != std::string::npos);
-    }
+    folder.Write("t", "\xFF\xFEJ\0\xF6\0:\0W\0o\0r\0l\0d\0=\0F\0u\0l\0l\0;\0\0\0b\0"s);
+    CSecuritySettings zero;
+    COutputLogToString zeroLog;
+    EXPECT_TRUE(zero.ParseTextFile(folder.File("t"), &zeroLog));
+    EXPECT_EQ(Text(zero), "Jö: World=Full;\n");
+    EXPECT_EQ(zeroLog.GetString(), "... the text ends at a zero byte, what follows is not read\n");
 
     // A disk that fails in the middle of the text: what was read is not taken for all.
     std::string longText;

@@ -28,7 +28,19 @@ TEST(SecuritySettingsTest, TextsAreUnderstoodEntryByEntry) {
         {"@operators:\n# morning\nWorld=Refresh,\n; evening\n ZoneA=Write+Acknowledge\n ;Guest: World=None;",
          "@operators: World=Refresh, ZoneA=Write+Acknowledge;\nGuest: World=None;\n", ""},
         {"bob:World=Force;bob:World=Write;", "bob: World=Force;\nbob: World=Write;\n", ""},
-        // One wrong entry costs only itself, wherever it goes wrong.
+        {"#c\n *:World=full;@Guest:WORLD=Full;guest:World=Full;",
+         "*: World=Full;\n@Guest: World=Full;\nguest: World=Full;\n", ""},
+        // Rights: the last mention of a zone counts, and Full swallows what stands before it.
+        {"a: World=Refresh+Write, zoneb=Configure;", "a: World=Refresh+Write, ZoneB=Configure;\n", ""},
+        {"a: World=Write, World=Force;", "a: World=Force;\n", ""},
+        {"a: ZONEb=None, zoneD=None+Write;", "a: World=None, ZoneD=Write;\n", ""},
+        {"a: ZoneA=Full+Write,ZoneC=WRITE+full , zonea=refresh;",
+         "a: World=None, ZoneA=Refresh, ZoneC=Full;\n", ""},
+        {"a: World\n=\n# remark + , =\nRefresh\n;remark\n+ Force\n,\nZoneA=Write;",
+         "a: World=Refresh+Force, ZoneA=Write;\n", ""},
+        {"a: World=DisableAlarm+DirectWrite+WriteFile+Acknowledge;",
+         "a: World=Acknowledge+DisableAlarm+DirectWrite+WriteFile;\n", ""},
+        // One wrong entry costs only itself, wherever it goes wrong: in the name, ...
         {"bob World=Full;\nann: World=Write;", "ann: World=Write;\n",
          "f(1,5-10): error 101: Found 'World' when expecting ':'.\n"},
         {"bob;\nann: World=Write;", "ann: World=Write;\n",
@@ -37,13 +49,32 @@ TEST(SecuritySettingsTest, TextsAreUnderstoodEntryByEntry) {
          "f(1,5-6): error 101: Found '.' when expecting ':'.\n"},
         {"@ ops: World=Full; ann: World=Write;", "ann: World=Write;\n",
          "f(1,2-3): error 101: Found ' ' when expecting 'Group ID'.\n"},
-        {"bob: World=Full, ZoneE=Force; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,18-23): error 960: User rights zone 'ZoneE', invalid.\n"},
-        {"bob: World=Full ZoneA=Force; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,17-22): error 101: Found 'ZoneA' when expecting ';'.\n"},
+        {"ann: World=Write;\n@", "ann: World=Write;\n",
+         "f(2,2-2): error 101: Found 'End of File' when expecting 'Group ID'.\n"},
         {" # indented\nbob: World=Full;\nann: World=Write;", "ann: World=Write;\n",
          "f(1,2-3): error 101: Found '#' when expecting 'User ID'.\n"},
-        // A ';' that begins a line is no end of an entry, so the entry runs on into the next one.
+        // ... in the zone, ...
+        {"bob: World=Full, ZoneE=Force; ann: World=Write;", "ann: World=Write;\n",
+         "f(1,18-23): error 960: User rights zone 'ZoneE', invalid.\n"},
+        {"a:Zone A=Write;b:ZoneAB=Full;c:Worlds=Full;d:Zone1=Full;", "",
+         "f(1,3-7): error 960: User rights zone 'Zone', invalid.\n"
+         "f(1,18-24): error 960: User rights zone 'ZoneAB', invalid.\n"
+         "f(1,32-38): error 960: User rights zone 'Worlds', invalid.\n"
+         "f(1,46-51): error 960: User rights zone 'Zone1', invalid.\n"},
+        {"ann: World=Write;\nbob: World=Full,", "ann: World=Write;\n",
+         "f(2,17-17): error 960: User rights zone '', invalid.\n"},
+        {"bob: World Full; ann: World=Write;", "ann: World=Write;\n",
+         "f(1,12-16): error 101: Found 'Full' when expecting '='.\n"},
+        {"ann: World=Write;\nbob: World", "ann: World=Write;\n",
+         "f(2,11-11): error 101: Found 'End of File' when expecting '='.\n"},
+        // ... in the rights, ...
+        {"bob: World=Force,\nZoneA=Write+Writ+Force; ann: World=Write;", "ann: World=Write;\n",
+         "f(2,13-17): error 101: Found 'Writ' when expecting 'User Right'.\n"},
+        {"ann: World=Write;\nbob: World=", "ann: World=Write;\n",
+         "f(2,12-12): error 101: Found 'End of File' when expecting 'User Right'.\n"},
+        {"bob: World=Full ZoneA=Force; ann: World=Write;", "ann: World=Write;\n",
+         "f(1,17-22): error 101: Found 'ZoneA' when expecting ';'.\n"},
+        // ... or at its end: a ';' that begins a line is none, so the entry runs on into the next one.
         {"bob: World=Full\n;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
          "f(3,1-4): error 101: Found 'cat' when expecting ';'.\n"},
         // Where the message is about a ';', the next entry is skipped.
@@ -57,8 +88,6 @@ TEST(SecuritySettingsTest, TextsAreUnderstoodEntryByEntry) {
         {"bob World=Full\n;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
          "f(1,5-10): error 101: Found 'World' when expecting ':'.\n"
          "f(3,4-5): error 101: Found ':' when expecting 'User ID'.\n"},
-        {"ann: World=Write;\nbob: World", "ann: World=Write;\n",
-         "f(2,11-11): error 101: Found 'End of File' when expecting '='.\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);

@@ -155,7 +155,8 @@ TEST(TextInputTest, LocationsMayJumpWithinAWindow) {
     WindowPieces input("ab", "n");
     CQVTextLocation piece;
     piece.SetLineAndColumn(3, 5);
-    ReadItem(input);
+    int codePoint;
+    EXPECT_TRUE(input.ReadCodePoint(codePoint));
     input.SetLocation(piece);
     EXPECT_EQ(ReadItem(input), Item('b', 3, 5));
 }

@@ -55,12 +55,12 @@ private:
     long long NextTime() {
         const long long kind = Any(30);
         if (kind == 0)
-            m_Now += Any(3 * kPeriod);
+            m_Now += Any(3 * P);
         if (kind == 1)
-            return Any(m_Now + kPeriod);
+            return Any(m_Now + P);
         if (kind < 10)
-            return std::max(m_Now - Any(100 * kMinute), 0LL);
-        return m_Now += Any(20 * kMinute);
+            return std::max(m_Now - Any(100 * M), 0LL);
+        return m_Now += Any(20 * M);
     }
 
     void Restart() {
@@ -93,8 +93,8 @@ private:
                     m_Flushed.size() - m_pTable->m_Files.begin()->second.m_NumRecords <= target);
     }
     void ReadARange() {
-        const long long from = Any(m_Now + kPeriod);
-        const long long to = from + Any(Any(2) != 0 ? kPeriod : 100 * kMinute);
+        const long long from = Any(m_Now + P);
+        const long long to = from + Any(Any(2) != 0 ? P : 100 * M);
         Records expected;
         std::copy_if(m_Flushed.begin(), m_Flushed.end(), std::back_inserter(expected),
                      [&](const Record& record) { return record.time >= from && record.time <= to; });
@@ -102,7 +102,7 @@ private:
     }
     // The newest record before a time is found, though it may lie in an earlier file.
     void ReadBefore() {
-        const long long time = Any(m_Now + kPeriod);
+        const long long time = Any(m_Now + P);
         CHistoricTable::ReadContext context;
         const Records read = m_pTable->ReadOn(context, m_pTable->BeginReadFLowerBound(time, context));
         for (const Record& record : read)
@@ -120,7 +120,7 @@ private:
     std::unique_ptr<TestTable> m_pTable;
     Records m_Queued;
     Records m_Flushed;
-    long long m_Now = 50 * kPeriod;
+    long long m_Now = 50 * P;
     long long m_NextNumber = 1;
 };
 

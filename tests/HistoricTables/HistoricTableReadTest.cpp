@@ -6,12 +6,9 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 
-using testing::IsEmpty;
 using Context = CHistoricTable::ReadContext;
 
 namespace {
-
-constexpr long long P = kPeriod;
 
 // Three files: A [0, 2P), B [2P, 3P), C [4P, 5P).
 const std::string A = NameOf(0, 2 * P);
@@ -26,9 +23,6 @@ protected:
     bool BeginFile(const std::string& name, Context& context) const {
         return m_Table.BeginReadFile(name.data(), static_cast<unsigned int>(name.size()), context);
     }
-    bool BeginRecord(const std::string& name, unsigned int index, Context& context) const {
-        return m_Table.BeginReadRecord(name.data(), static_cast<unsigned int>(name.size()), index, context);
-    }
     Numbers Rest(Context& context, bool found) const { return NumbersOf(m_Table.ReadOn(context, found)); }
 
     const TemporaryFolder m_Folder;
@@ -37,9 +31,7 @@ protected:
 };
 
 long long NumberIn(const Context& context) {
-    Record record;
-    std::memcpy(&record, context.m_pRecord, sizeof record);
-    return record.number;
+    return RecordsIn(std::string(reinterpret_cast<const char*>(context.m_pRecord), 16))[0].number;
 }
 
 } // namespace
@@ -54,31 +46,27 @@ TEST_F(HistoricTableRead, DeliversARangeFileByFileInOrderOfArrival) {
     };
     const Row rows[] = {
         {LLONG_MIN, LLONG_MAX, {1, 2, 3, 4, 5, 6}, 3, 6},
-        {15, 40, {2, 3}, 1, 3},
         {10, 20, {1, 3}, 1, 3},
         {11, 19, {}, 1, 3},
-        {40, 15, {}, 1, 3},        // the wrong way round
-        {2 * P, 2 * P, {4}, 2, 5}, // touches the end of A
-        {2 * P - 1, 2 * P - 1, {}, 1, 3},
+        {40, 15, {}, 1, 3},               // the wrong way round
+        {2 * P, 2 * P, {4}, 2, 5},        // touches the end of A
         {3 * P, 4 * P, {}, 2, 3},         // touches B's end and C's start
         {3 * P + 1, 4 * P - 1, {}, 0, 0}, // the gap
         {LLONG_MIN, -1, {}, 0, 0},
         {5 * P + 1, LLONG_MAX, {}, 0, 0},
         {2 * P + 50, 4 * P + 1, {5, 6}, 2, 3},
     };
-    for (const bool bForeign : {true, false}) {
-        const TestTable own(m_Folder.GetFilePath());
-        const TestTable& table = bForeign ? m_Table : own;
+    TestTable own(m_Folder.GetFilePath());
+    for (const TestTable* table : {&m_Table, &own}) {
         Context context;
         for (const Row& row : rows) {
             SCOPED_TRACE(testing::Message() << row.from << ' ' << row.to);
-            EXPECT_EQ(NumbersOf(table.ReadOn(context, table.BeginRead(row.from, row.to, context))),
+            EXPECT_EQ(NumbersOf(table->ReadOn(context, table->BeginRead(row.from, row.to, context))),
                       row.numbers);
             EXPECT_EQ(context.m_NumFilesOpened, row.opened);
             EXPECT_EQ(context.m_NumRecordsRead, row.read);
             EXPECT_EQ(context.m_State, CHistoricTable::ReadStateRange);
-            EXPECT_FALSE(table.NextRecord(context)) << "after the end it stays at the end";
-            EXPECT_FALSE(table.NextRecord(context));
+            EXPECT_FALSE(table->NextRecord(context)) << "after the end it stays at the end";
         }
     }
 }
@@ -94,7 +82,7 @@ TEST_F(HistoricTableRead, StartsAFileEarlyForTheRecordsBeforeATime) {
         {2 * P, {1, 2, 3, 4}, 2},      {15, {1}, 1},    // in the oldest
         {3 * P + 5, {4, 5}, 1},                         // in the gap: from the newest that ended before
         {4 * P + 1, {4, 5, 6}, 2},     {5 * P, {6}, 1}, // past the newest
-        {LLONG_MAX, {6}, 1},           {-1, {}, 0},     {LLONG_MIN, {}, 0},
+        {LLONG_MAX, {6}, 1},           {LLONG_MIN, {}, 0},
     };
     Context context;
     for (const Row& row : rows) {
@@ -104,8 +92,9 @@ TEST_F(HistoricTableRead, StartsAFileEarlyForTheRecordsBeforeATime) {
     }
     const TestTable empty(m_Folder.File("missing"));
     EXPECT_FALSE(empty.BeginReadFLowerBound(5, context));
-    EXPECT_FALSE(empty.BeginRead(0, LLONG_MAX, context));
-    empty.EndRead(context);
+    m_Folder.Write(A, BytesOf({{-5, 7}, {5, 9}}));
+    EXPECT_EQ(Rest(context, m_Table.BeginReadFLowerBound(15, context)), Numbers{9})
+        << "none from before time 0";
 }
 
 TEST_F(HistoricTableRead, ReadsANamedFile) {
@@ -115,30 +104,28 @@ TEST_F(HistoricTableRead, ReadsANamedFile) {
     };
     const Row rows[] = {
         {A, {1, 2, 3}},         {C, {6}},        {NameOf(P, 3 * P), {4, 5}}, // only the end is looked up
-        {NameOf(P, 4 * P), {}}, {"x.qvhis", {}}, {A.substr(0, 30), {}},      {A + "x", {}}, {"", {}},
+        {NameOf(P, 4 * P), {}}, {"x.qvhis", {}}, {A.substr(0, 30), {}},      {A + "x", {}},
     };
     Context context;
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(Rest(context, BeginFile(row.name, context)), row.numbers);
         EXPECT_EQ(context.m_State, CHistoricTable::ReadStateFile);
-        EXPECT_FALSE(m_Table.NextRecord(context));
     }
     EXPECT_TRUE(m_Table.BeginReadFile((B + "more").c_str(), 31, context)) << "need not be terminated";
     // A file without a record from time 0 on gives the next file's first; then only that file's.
     m_Folder.Write(B, Record{-5, 9}.Bytes());
-    EXPECT_EQ(Rest(context, BeginFile(B, context)), Numbers{6});
-    m_Folder.Remove(B);
     EXPECT_EQ(Rest(context, BeginFile(B, context)), Numbers{6});
 }
 
 TEST_F(HistoricTableRead, ReadsASingleRecord) {
     Context context;
     const auto read = [&](const std::string& name, unsigned int index) {
-        const bool found = BeginRecord(name, index, context);
+        const bool bFound =
+            m_Table.BeginReadRecord(name.data(), static_cast<unsigned int>(name.size()), index, context);
         EXPECT_EQ(context.m_NumFilesOpened, 0u);
         EXPECT_EQ(context.m_State, CHistoricTable::ReadStateRecord);
-        const long long number = found ? NumberIn(context) : 0;
+        const long long number = bFound ? NumberIn(context) : 0;
         EXPECT_FALSE(m_Table.NextRecord(context));
         m_Table.EndRead(context);
         return number;
@@ -147,20 +134,16 @@ TEST_F(HistoricTableRead, ReadsASingleRecord) {
     EXPECT_EQ(read(A, 2), 3);
     EXPECT_EQ(context.m_RecordIndex, 2u);
     EXPECT_EQ(context.m_NumRecordsRead, 1u);
-    EXPECT_EQ(read(B, 1), 5);
     EXPECT_EQ(read("x", 0), 0);
     EXPECT_EQ(read(NameOf(P, 4 * P), 0), 0);
     m_Files.FailAt(UINT_MAX, EIO);
     EXPECT_EQ(read(A, 3), 0);
-    EXPECT_EQ(read(A, UINT_MAX), 0);
     EXPECT_EQ(m_Files.GetCount(), 0u) << "nothing is opened for a record that is not there";
 
     // Records before time 0 are passed over.
     m_Folder.Write(A, BytesOf({{-5, 7}, {-4, 8}, {5, 9}}));
     EXPECT_EQ(read(A, 0), 9);
     EXPECT_EQ(context.m_RecordIndex, 2u);
-    m_Folder.Write(A, BytesOf({{5, 7}, {-4, 8}, {-5, 9}}));
-    EXPECT_EQ(read(A, 1), 0);
     m_Folder.Write(A, BytesOf({{5, 7}}) + "torn");
     EXPECT_EQ(read(A, 1), 0) << "shorter than the map says";
     m_Folder.Remove(A);
@@ -177,38 +160,29 @@ TEST_F(HistoricTableRead, PassesOverWhatCannotBeRead) {
         const Numbers numbers = NumbersOf(m_Table.Read());
         if (!m_Files.HasFailed())
             break;
-        SCOPED_TRACE(n);
-        EXPECT_TRUE(numbers == Numbers{6} || numbers == Numbers({1, 6}) || numbers == Numbers({1, 2, 6}) ||
-                    numbers == Numbers({1, 2}))
-            << testing::PrintToString(numbers);
+        EXPECT_THAT(numbers, testing::AnyOf(Numbers{6}, Numbers{1, 6}, Numbers{1, 2, 6}, Numbers{1, 2})) << n;
     }
-    EXPECT_THAT(m_Table.TakeLog(), IsEmpty());
+    EXPECT_EQ(m_Table.TakeLog(), Lines());
     EXPECT_EQ(m_Table.Errors(), "");
 }
 
 TEST_F(HistoricTableRead, AContextServesAnyNumberOfReads) {
     Context context;
-    EXPECT_EQ(context.m_From, 0);
-    EXPECT_EQ(context.m_To, LLONG_MAX);
-    EXPECT_EQ(context.m_State, CHistoricTable::ReadStateNone);
-    EXPECT_EQ(context.m_pRecord, nullptr);
     m_Table.EndRead(context);
     EXPECT_FALSE(m_Table.NextRecord(context));
 
     // One abandoned, another begun on top of it: counters and state are new, the open file is closed.
     const int objects = m_Files.GetLiveObjects();
-    ASSERT_TRUE(m_Table.BeginRead(0, LLONG_MAX, context));
-    ASSERT_TRUE(m_Table.NextRecord(context));
+    ASSERT_TRUE(m_Table.BeginRead(0, LLONG_MAX, context) && m_Table.NextRecord(context));
     m_Files.FailAt(UINT_MAX, EIO, FaultFileSystem::Close);
     ASSERT_TRUE(BeginFile(B, context));
     EXPECT_EQ(m_Files.GetCount(), 1u);
     EXPECT_EQ(m_Files.GetLiveObjects(), objects + 1) << "one file object for all reads";
     EXPECT_EQ(context.m_NumFilesOpened, 1u);
-    EXPECT_EQ(context.m_NumRecordsRead, 1u);
     EXPECT_EQ(context.m_RecordIndex, 0u);
-    EXPECT_EQ(NumberIn(context), 4);
     EXPECT_TRUE(m_Table.NextRecord(context));
     EXPECT_EQ(context.m_RecordIndex, 1u);
+    EXPECT_EQ(context.m_NumRecordsRead, 2u);
     EXPECT_FALSE(BeginFile("x", context));
     EXPECT_FALSE(m_Table.NextRecord(context)) << "the read before is over, too";
 
@@ -217,7 +191,6 @@ TEST_F(HistoricTableRead, AContextServesAnyNumberOfReads) {
     TestTable large(folder.GetFilePath(), QVFileSystem::GetUnsyncedInstance(), 100);
     large.Flush({{1, 17}, {2, 18}});
     EXPECT_EQ(NumbersOf(large.ReadOn(context, large.BeginRead(0, 1, context))), Numbers{17});
-    EXPECT_EQ(context.m_RecordSize, 100u);
     EXPECT_EQ(context.m_pRecord[99], 17);
     EXPECT_EQ(Rest(context, m_Table.BeginRead(20, 30, context)), (Numbers{2, 3}));
 
@@ -229,28 +202,20 @@ TEST_F(HistoricTableRead, AContextServesAnyNumberOfReads) {
     EXPECT_EQ(Rest(context, true), (Numbers{2, 3, 4, 5, 6}));
 }
 
-TEST_F(HistoricTableRead, SeesRecordsOnlyOnceTheyAreFlushed) {
-    m_Table.Put({{40, 7}});
-    EXPECT_EQ(NumbersOf(m_Table.Read(15, 50)), (Numbers{2, 3}));
-    m_Table.Flush();
-    EXPECT_EQ(NumbersOf(m_Table.Read(15, 50)), (Numbers{2, 3, 7}));
-}
-
 TEST(HistoricTableLargeRead, ReachesRecordsBeyond4GiB) {
     constexpr unsigned int size = CHistoricTable::MaxRecordSize;
     constexpr unsigned int count = 32'770; // 4 GiB and two records, nearly all of it a hole
     const TemporaryFolder folder;
-    const std::string name = NameOf(0, 2 * P);
-    folder.Write(name, "");
-    std::filesystem::resize_file(folder.File(name).GetPath(), 1ULL * count * size);
+    folder.Write(A, "");
+    std::filesystem::resize_file(folder.File(A).GetPath(), 1ULL * count * size);
     TestTable table(folder.GetFilePath(), QVFileSystem::GetUnsyncedInstance(), size);
     EXPECT_EQ(table.Describe(), "0..2P=32770");
     EXPECT_EQ(table.Flush({{5, 77}}), 1u);
-    EXPECT_EQ(std::filesystem::file_size(folder.File(name).GetPath()), (count + 1ULL) * size);
+    EXPECT_EQ(std::filesystem::file_size(folder.File(A).GetPath()), (count + 1ULL) * size);
     Context context;
-    EXPECT_TRUE(table.BeginReadRecord(name.data(), 31, count, context));
+    EXPECT_TRUE(table.BeginReadRecord(A.data(), 31, count, context));
     EXPECT_EQ(NumberIn(context), 77);
-    EXPECT_TRUE(table.BeginReadRecord(name.data(), 31, count - 1, context));
+    EXPECT_TRUE(table.BeginReadRecord(A.data(), 31, count - 1, context));
     EXPECT_EQ(NumberIn(context), 0);
     table.EndRead(context);
     EXPECT_TRUE(table.Validate());

@@ -14,7 +14,7 @@ constexpr long long kRecordsEach = 20'000;
 // A record of one of the writers. Times run on, a little out of order and over a period's end.
 Record RecordOf(long long writer, long long i) {
     const long long step = i % 7 == 3 ? i - 3 : i;
-    return {10 * kPeriod + step * (kPeriod / 15'000), writer * kRecordsEach + i};
+    return {10 * P + step * (P / 15'000), writer * kRecordsEach + i};
 }
 
 } // namespace
@@ -84,17 +84,14 @@ TEST(HistoricTableThreads, WritersDoNotWaitForFiles) {
     // Whoever holds the files, here a flush that is about to say something, lets other threads write on.
     struct Log : COutputLogNull {
         bool AppendMessage(LogType, int, const char*, unsigned int) override {
-            std::thread([this] {
-                for (long long i = 0; i < 10'000; i++)
-                    m_pTable->Put({{i, i}});
-            }).join();
+            std::thread([this] { m_pTable->Put(Records(10'000, {1, 1})); }).join();
             m_pTable->Put({{5, 5}}); // and so does the thread of the flush
             return true;
         }
         TestTable* m_pTable;
     } log;
     const TemporaryFolder folder;
-    folder.Write(NameOf(0, 2 * kPeriod), "torn");
+    folder.Write(NameOf(0, 2 * P), "torn");
     TestTable table(folder.GetFilePath());
     log.m_pTable = &table;
     table.Put({{1, 1}});
@@ -111,16 +108,15 @@ TEST(HistoricTableThreads, TheLastOfManyHoldersDeletesTheTable) {
     std::atomic<int> dead{0};
     for (int round = 0; round < 200; round++) {
         auto* const table = new Counted(dead);
-        std::vector<std::thread> holders;
-        for (int i = 0; i < 4; i++)
+        std::vector<std::jthread> holders(4);
+        for (size_t i = 0; i < holders.size(); i++)
             table->AddRef();
-        for (int i = 0; i < 4; i++)
-            holders.emplace_back([table] {
+        for (std::jthread& holder : holders)
+            holder = std::jthread([table] {
                 table->Put({{1, 1}});
                 table->Release();
             });
-        for (std::thread& holder : holders)
-            holder.join();
+        holders.clear();
         EXPECT_EQ(dead, round + 1);
     }
 }

@@ -14,9 +14,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr long long P = kPeriod;
-constexpr long long M = kMinute;
-
 // One random life. All its choices come from the seed. Every second main keeps house at any time, the others only
 // while no reply is awaited.
 class Life {
@@ -151,13 +148,15 @@ struct Plant {
         main->Flush(Minutes(0, 6));
         Drain(*main, *standby);
     }
-    // Splits the main's file of that index behind so many of its records.
-    void SplitMain(int index, unsigned int records) {
-        main->LockWrite();
-        EXPECT_TRUE(main->SplitFile(&main->m_Log, main->File(index), records));
-        main->UnLockWrite();
+    // The next update, of one new record.
+    Bytes Await() {
+        main->Flush({{6 * M, 6}});
+        return Request(*main);
     }
-    void ExpectEqual() {
+    void Deliver(const Bytes& update) { EXPECT_TRUE(Answer(*main, Apply(*standby, update))); }
+    void ExpectEqual(bool bQuery = false) {
+        if (bQuery)
+            main->MainResetTransferState();
         Drain(*main, *standby);
         EXPECT_EQ(Sorted(standby->Read()), Sorted(main->Read()));
         EXPECT_EQ(standby->Describe(), main->Describe());
@@ -178,108 +177,79 @@ TEST(ReplicationModel, AfterAnyLifeTheStandbyHoldsWhatTheMainHolds) {
     }
 }
 
-TEST(ReplicationModel, ADeletionThatMeetsAPendingSplit) {
-    {
-        SCOPED_TRACE("the first half is trimmed");
-        Plant plant;
-        plant.SplitMain(0, 2);
-        plant.main->Trim(3);
-        EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(2 * P));
-        EXPECT_THAT(plant.main->m_SplitCommands, IsEmpty());
-        EXPECT_EQ(plant.main->m_Files.at(2 * P).m_NumRecordsTransferred, 0u);
-        plant.ExpectEqual();
-    }
-    {
-        SCOPED_TRACE("the second half is split again, out of order, after a first half that was split too");
-        Plant plant;
-        plant.SplitMain(0, 4);
-        plant.SplitMain(0, 2);
-        plant.main->Flush({{4 * M + 1, 20}, {4 * M, 21}});
-        plant.SplitMain(2, 3);
-        EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(2 * P));
-        EXPECT_THAT(plant.main->m_SplitCommands, IsEmpty());
-        for (const auto& [end, file] : plant.main->m_Files)
-            EXPECT_EQ(file.m_NumRecordsTransferred, 0u);
-        plant.ExpectEqual();
-    }
-    {
-        SCOPED_TRACE("another file's split stays, and so does that of a file around the deleted one");
-        Plant plant;
-        plant.main.folder.Write(NameOf(-P, -M), BytesOf(Minutes(-P, 1, 50)));
-        plant.main.folder.Write(NameOf(-2 * P, 2 * P), BytesOf(Minutes(0, 6))); // around it: made by hand
-        plant.main.folder.Remove(NameOf(0, 2 * P));
-        plant.main->Flush(Minutes(2 * P, 6, 30));
-        plant.main.Restart();
-        plant.ExpectEqual();
-        plant.SplitMain(1, 4);
-        plant.SplitMain(3, 3);
-        plant.main->Trim(11);
-        EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(-M));
-        EXPECT_EQ(plant.main->m_SplitCommands.size(), 2u);
-        plant.ExpectEqual();
-    }
-    {
-        SCOPED_TRACE("a file that came back after its deletion");
-        Plant plant;
-        plant.main->Flush(Minutes(2 * P, 3, 30));
-        plant.main->Trim(1);
-        plant.main->Flush(Minutes(0, 6, 40));
-        EXPECT_EQ(plant.main->Describe(), "0..2P=6 2P..3P=3");
-        plant.ExpectEqual();
-    }
+TEST(ReplicationModel, TheFirstPieceOfAPendingSplitIsTrimmed) {
+    Plant plant;
+    EXPECT_TRUE(plant.main->Split(0, 2));
+    plant.main->Trim(3);
+    EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(2 * P));
+    EXPECT_THAT(plant.main->m_SplitCommands, IsEmpty());
+    plant.ExpectEqual();
 }
 
-TEST(ReplicationModel, HousekeepingWhileAReplyIsAwaitedIsForgottenUntilTheNextQuery) {
-    const auto await = [](Plant& plant) {
-        plant.main->Flush({{6 * M, 6}});
-        return Request(*plant.main);
-    };
-    {
-        SCOPED_TRACE("trimmed: the standby keeps the file");
-        Plant plant;
-        plant.main->Flush(Minutes(2 * P, 9, 30));
-        const Bytes update = await(plant);
-        plant.main->Trim(1);
-        Answer(*plant.main, Apply(*plant.standby, update));
-        EXPECT_THAT(plant.main->m_DeletedFiles, IsEmpty());
-        Drain(*plant.main, *plant.standby);
-        EXPECT_EQ(plant.standby->Describe(), "0..2P=7 2P..3P=9");
-        plant.main->MainResetTransferState();
-        plant.ExpectEqual();
-    }
-    {
-        SCOPED_TRACE("split: the standby keeps the file whole, and puts new records of both halves into it "
-                     "or beside it");
-        Plant plant;
-        const Bytes update = await(plant);
-        plant.SplitMain(0, 4);
-        Answer(*plant.main, Apply(*plant.standby, update));
-        EXPECT_THAT(plant.main->m_SplitCommands, IsEmpty());
-        plant.main->Flush({{3 * M, 20}, {9 * M, 21}});
-        Drain(*plant.main, *plant.standby);
-        EXPECT_EQ(plant.standby->Describe(), "0..4m=1 0..2P=8");
-        EXPECT_EQ(Sorted(plant.standby->Read()), Sorted(plant.main->Read()));
-        plant.main->MainResetTransferState();
-        plant.ExpectEqual();
-    }
-    {
-        SCOPED_TRACE(
-            "trimmed when the update that carries the file's split is on its way: the halves count as held");
-        Plant plant;
-        plant.SplitMain(0, 2);
-        const Bytes update = Request(*plant.main);
-        plant.main->Trim(3);
-        Answer(*plant.main, Apply(*plant.standby, update));
-        EXPECT_EQ(Drain(*plant.main, *plant.standby), 0) << "nothing is sent twice";
-        EXPECT_EQ(plant.standby->Describe(), "0..2m=2 2m..2P=4");
-        plant.main->MainResetTransferState();
-        plant.ExpectEqual();
-    }
+TEST(ReplicationModel, APieceIsSplitOutOfOrderBesideOneThatWasSplitToo) {
+    Plant plant;
+    EXPECT_TRUE(plant.main->Split(0, 4) && plant.main->Split(0, 2));
+    plant.main->Flush({{4 * M + 1, 20}, {4 * M, 21}});
+    EXPECT_TRUE(plant.main->Split(2, 3));
+    EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(2 * P));
+    EXPECT_THAT(plant.main->m_SplitCommands, IsEmpty());
+    plant.ExpectEqual();
+}
+
+TEST(ReplicationModel, ADeletionLeavesTheSplitsOfOtherFilesPending) {
+    Plant plant;
+    plant.main.folder.Empty();
+    plant.main.folder.Write(NameOf(-P, -M), BytesOf(Minutes(-P, 1, 50)));
+    plant.main.folder.Write(NameOf(-2 * P, 2 * P), BytesOf(Minutes(0, 6))); // around it: made by hand
+    plant.main.Restart();
+    plant.main->Flush(Minutes(2 * P, 6, 30));
+    plant.ExpectEqual();
+    EXPECT_TRUE(plant.main->Split(1, 4) && plant.main->Split(3, 3));
+    plant.main->Trim(11);
+    EXPECT_THAT(plant.main->m_DeletedFiles, ElementsAre(-M));
+    EXPECT_EQ(plant.main->m_SplitCommands.size(), 2u);
+    plant.ExpectEqual();
+}
+
+// Housekeeping while a reply is awaited is forgotten until the next query.
+
+TEST(ReplicationModel, TheStandbyKeepsAFileThatIsTrimmedWhileAReplyIsAwaited) {
+    Plant plant;
+    plant.main->Flush(Minutes(2 * P, 9, 30));
+    const Bytes update = plant.Await();
+    plant.main->Trim(1);
+    plant.Deliver(update);
+    Drain(*plant.main, *plant.standby);
+    EXPECT_EQ(plant.standby->Describe(), "0..2P=7 2P..3P=9");
+    plant.ExpectEqual(true);
+}
+
+TEST(ReplicationModel, TheStandbyKeepsAFileWholeThatIsSplitWhileAReplyIsAwaited) {
+    Plant plant;
+    const Bytes update = plant.Await();
+    EXPECT_TRUE(plant.main->Split(0, 4));
+    plant.Deliver(update);
+    plant.main->Flush({{3 * M, 20}, {9 * M, 21}}); // of both halves: into it, or beside it
+    Drain(*plant.main, *plant.standby);
+    EXPECT_EQ(plant.standby->Describe(), "0..4m=1 0..2P=8");
+    EXPECT_EQ(Sorted(plant.standby->Read()), Sorted(plant.main->Read()));
+    plant.ExpectEqual(true);
+}
+
+TEST(ReplicationModel, ThePiecesCountAsHeldWhenOneIsTrimmedWhileTheirSplitIsOnItsWay) {
+    Plant plant;
+    EXPECT_TRUE(plant.main->Split(0, 2));
+    const Bytes update = Request(*plant.main);
+    plant.main->Trim(3);
+    plant.Deliver(update);
+    EXPECT_EQ(Drain(*plant.main, *plant.standby), 0) << "nothing is sent twice";
+    EXPECT_EQ(plant.standby->Describe(), "0..2m=2 2m..2P=4");
+    plant.ExpectEqual(true);
 }
 
 TEST(ReplicationModel, AStandbyWithAFullDiskIsRepairedByTheNextQuery) {
     FaultFileSystem disk;
-    const Side main, standby(&disk);
+    const Side main, standby({}, &disk);
     main->Flush(Minutes(0, 10));
     Drain(*main, *standby);
     main->Flush(Minutes(10 * M, 4000, 10));
@@ -290,14 +260,12 @@ TEST(ReplicationModel, AStandbyWithAFullDiskIsRepairedByTheNextQuery) {
     EXPECT_EQ(CountsInMap(*standby), CountsOnDisk(standby.folder));
     EXPECT_THAT(standby->TakeLog(),
                 Contains("! Write file '" + NameOf(0, 2 * P) + "' returns: No space left on device"));
-    EXPECT_FALSE(main->MainHasDataToTransfer()) << "the main counts them as held";
 
     disk.Heal();
     main->MainResetTransferState();
     Drain(*main, *standby);
     EXPECT_EQ(standby->Describe(), main->Describe());
     EXPECT_EQ(standby->Read(), main->Read());
-    EXPECT_EQ(standby->Errors(), "Disk Full, Lost Records (3001)");
 }
 
 // What a split leaves that could not be undone is gone before its names are used again, and before the file that says
@@ -305,13 +273,13 @@ TEST(ReplicationModel, AStandbyWithAFullDiskIsRepairedByTheNextQuery) {
 TEST(ReplicationModel, AStandbyThatCouldNotSplitIsRepairedByTheNextQuery) {
     for (const bool bRestart : {false, true}) {
         Plant plant;
-        plant.SplitMain(0, 2);
+        EXPECT_TRUE(plant.main->Split(0, 2));
         {
             FaultSystemCalls system;
             system.FailAt(SystemCall::Write | SystemCall::Writev, 3,
                           ENOSPC); // journal, first half, second half
             system.FailFrom(SystemCall::Erase, 1, EIO);
-            Answer(*plant.main, Apply(*plant.standby, Request(*plant.main)));
+            Exchange(*plant.main, *plant.standby);
         }
         EXPECT_EQ(plant.standby->Describe(), "0..2P=6");
         plant.main->Flush({{M, 20}, {9 * M, 21}});
@@ -323,8 +291,7 @@ TEST(ReplicationModel, AStandbyThatCouldNotSplitIsRepairedByTheNextQuery) {
         const std::string files = plant.standby->Describe();
         plant.standby.Restart();
         EXPECT_EQ(plant.standby->Describe(), files);
-        plant.main->MainResetTransferState();
-        plant.ExpectEqual();
+        plant.ExpectEqual(true);
     }
 }
 
@@ -335,5 +302,4 @@ TEST(ReplicationModel, AFileOfAnEmptySpanHoldsNothingUp) {
     EXPECT_EQ(main->Describe(), "0..0=1 0..5P=1 5P..7P=2");
     Drain(*main, *standby);
     EXPECT_EQ(NumbersOf(standby->Read(0)), Numbers({1, 4}));
-    EXPECT_FALSE(main->MainHasDataToTransfer());
 }

@@ -111,14 +111,19 @@ inline bool Answer(TestTable& main, const Bytes& reply) {
     return bApplied;
 }
 
+// One request and its reply; returns the request.
+inline Bytes Exchange(TestTable& main, TestTable& standby) {
+    const Bytes request = Request(main);
+    EXPECT_TRUE(Answer(main, Apply(standby, request)));
+    return request;
+}
+
 // Exchanges until nothing is due; returns how many.
 inline int Drain(TestTable& main, TestTable& standby) {
     int exchanges = 0;
-    for (Bytes request; !(request = Request(main)).empty(); exchanges++) {
-        if (!Answer(main, Apply(standby, request)) || exchanges == 1000) {
-            ADD_FAILURE() << "exchange " << exchanges << " failed";
-            break;
-        }
+    for (; main.MainHasDataToTransfer() && !testing::Test::HasFailure(); exchanges++) {
+        Exchange(main, standby);
+        EXPECT_LT(exchanges, 1000);
     }
     return exchanges;
 }
@@ -142,31 +147,5 @@ inline Counts CountsOnDisk(const TemporaryFolder& folder) {
     return counts;
 }
 
-// One side: a table in a folder of its own. Restart() makes a new table of the same folder.
-class Side {
-public:
-    explicit Side(QVFileSystemInterface* fileSystem = QVFileSystem::GetUnsyncedInstance(),
-                  unsigned int recordSize = 16)
-        : folder(TemporaryFolder::InMemory()), m_pFileSystem(fileSystem), m_RecordSize(recordSize) {
-        Restart();
-    }
-    TestTable& operator*() const { return *m_pTable; }
-    TestTable* operator->() const { return m_pTable.get(); }
-    void Restart() {
-        m_pTable = std::make_unique<TestTable>(folder.GetFilePath(), m_pFileSystem, m_RecordSize);
-    }
-
-    const TemporaryFolder folder;
-
-private:
-    QVFileSystemInterface* const m_pFileSystem;
-    const unsigned int m_RecordSize;
-    std::unique_ptr<TestTable> m_pTable;
-};
-
-inline Records Minutes(long long start, unsigned int count, long long firstNumber = 0) {
-    Records records;
-    for (unsigned int i = 0; i < count; i++)
-        records.push_back({start + i * kMinute, firstNumber + i});
-    return records;
-}
+// One side of the replication.
+using Side = FolderTable;

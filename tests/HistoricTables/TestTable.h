@@ -2,7 +2,7 @@
 // put in, what is in memory and what is on the disk.
 //
 //     TestTable table(folder.GetFilePath());
-//     table.Put({{5, 1}, {2 * kPeriod, 2}});
+//     table.Put({{5, 1}, {2 * P, 2}});
 //     EXPECT_EQ(table.Flush(), 2u);
 //     EXPECT_EQ(table.Describe(), "0..2P=1 2P..3P=1");
 //     EXPECT_THAT(table.TakeLog(), ElementsAre("! Write file '...' returns: No space left on device"));
@@ -25,8 +25,9 @@
 #include <string>
 #include <vector>
 
-constexpr long long kPeriod = CHistoricTable::FilePeriod;
-constexpr long long kMinute = CQVTimeInterval::UnitsPerMinute;
+// A file's period, and a minute.
+constexpr long long P = CHistoricTable::FilePeriod;
+constexpr long long M = CQVTimeInterval::UnitsPerMinute;
 
 // A record of a test: the number stands behind the time stamp as far as there is room, then comes a filling.
 struct Record {
@@ -47,6 +48,15 @@ struct Record {
 };
 using Records = std::vector<Record>;
 using Numbers = std::vector<long long>;
+using Lines = std::vector<std::string>;
+
+// One record a minute.
+inline Records Minutes(long long start, unsigned int count, long long firstNumber = 0) {
+    Records records;
+    for (unsigned int i = 0; i < count; i++)
+        records.push_back({start + i * M, firstNumber + i});
+    return records;
+}
 
 inline std::string BytesOf(const Records& records, size_t size = 16) {
     std::string bytes;
@@ -67,10 +77,21 @@ inline Records Sorted(Records records) {
     return records;
 }
 
+inline Records Joined(Records records, const Records& more) {
+    records.insert(records.end(), more.begin(), more.end());
+    return Sorted(records);
+}
+
 inline std::string NameOf(long long start, long long end) {
     char name[CHistoricTable::FileNameBufferSize];
     CHistoricTable::HistoricFile{start, end - start, 0, 0, 0}.GetFileName(name);
     return name;
+}
+
+// The line that says that a file was split.
+inline std::string SplitLine(long long start, long long split, long long end, int records) {
+    return "Split " + NameOf(start, end) + " (" + std::to_string(records) + " records) -> " +
+           NameOf(start, split) + " and " + NameOf(split, end);
 }
 
 // The whole records in a file's bytes.
@@ -80,17 +101,12 @@ inline Records RecordsIn(const std::string& bytes) {
     return records;
 }
 
-// The whole records in a folder's files by name, read without a table; `torn` says whether a file has a tail.
-inline std::map<std::string, Records> RecordsOnDisk(const TemporaryFolder& folder, bool* torn = nullptr) {
+// The whole records in a folder's files by name, read without a table.
+inline std::map<std::string, Records> RecordsOnDisk(const TemporaryFolder& folder) {
     std::map<std::string, Records> files;
-    for (const std::string& name : folder.List()) {
-        if (!name.ends_with(".qvhis"))
-            continue;
-        const std::string bytes = folder.Read(name);
-        files[name] = RecordsIn(bytes);
-        if (torn)
-            *torn = *torn || bytes.size() % sizeof(Record) != 0;
-    }
+    for (const std::string& name : folder.List())
+        if (name.ends_with(".qvhis"))
+            files[name] = RecordsIn(folder.Read(name));
     return files;
 }
 
@@ -116,20 +132,15 @@ class TestTable : public TestTableSurroundings, public CHistoricTable {
 public:
     explicit TestTable(const CQVFilePath& path,
                        QVFileSystemInterface* fileSystem = QVFileSystem::GetUnsyncedInstance(),
-                       unsigned int recordSize = 16)
+                       unsigned int recordSize = 16, bool bLooksOn = false)
         : CHistoricTable(fileSystem, recordSize, &m_Errors) {
-        InitialiseFromPath(path);
+        bLooksOn ? InitialiseForReading(path) : InitialiseFromPath(path);
     }
 
-    using CHistoricTable::FileContents;
-    using CHistoricTable::FindTargetFileForRecord;
     using CHistoricTable::m_DeletedFiles;
     using CHistoricTable::m_Files;
     using CHistoricTable::m_SplitCommands;
     using CHistoricTable::m_TransferState;
-    using CHistoricTable::ReadFileContents;
-    using CHistoricTable::SplitFile;
-    using CHistoricTable::SplitFileAtTimestamp;
 
     void Put(const Records& records) {
         for (const Record& record : records)
@@ -142,6 +153,13 @@ public:
     }
     int Trim(unsigned int target) { return TrimFilesToGetTargetNumberOfRecords(&m_Log, target); }
     bool SplitLargest(unsigned int maxRecords) { return SplitLargestFile(&m_Log, maxRecords); }
+    // Splits the file of that index behind so many of its records.
+    bool Split(int index, unsigned int records) {
+        LockWrite();
+        const bool bSplit = SplitFile(&m_Log, File(index), records);
+        UnLockWrite();
+        return bSplit;
+    }
     bool Validate() { return ValidateFiles(m_Log); }
 
     // The file with that index, oldest first.
@@ -173,8 +191,8 @@ public:
     }
 
     // The lines logged since the last call; errors start with "! ". The table's folder is left out.
-    std::vector<std::string> TakeLog() {
-        std::vector<std::string> lines;
+    Lines TakeLog() {
+        Lines lines;
         for (const auto& entry : m_Log.GetLogEntries()) {
             std::string line = (entry.type == COutputLog::Error ? "! " : "") + entry.text;
             const std::string folder = m_Path.GetPath() + "/";
@@ -195,11 +213,40 @@ public:
 
 private:
     static std::string Span(long long time) {
-        const long long periods = time / kPeriod;
-        const long long minutes = time % kPeriod / kMinute;
+        const long long periods = time / P;
+        const long long minutes = time % P / M;
         std::string text = periods == 0 ? "" : std::to_string(periods) + "P";
         if (minutes != 0)
             text += (text.empty() || minutes < 0 ? "" : "+") + std::to_string(minutes) + "m";
         return text.empty() ? "0" : text;
     }
+};
+
+// A table in a folder of its own, and the files that are there before it: their spans and records.
+class FolderTable {
+public:
+    using Files = std::vector<std::pair<std::pair<long long, long long>, Records>>;
+
+    FolderTable(const Files& files = {},
+                QVFileSystemInterface* fileSystem = QVFileSystem::GetUnsyncedInstance(),
+                unsigned int recordSize = 16)
+        : folder(TemporaryFolder::InMemory()), m_pFileSystem(fileSystem), m_RecordSize(recordSize) {
+        for (const auto& [span, records] : files)
+            folder.Write(NameOf(span.first, span.second), BytesOf(records));
+        Restart();
+    }
+    TestTable& operator*() const { return *m_pTable; }
+    TestTable* operator->() const { return m_pTable.get(); }
+    // Makes a new table of the folder.
+    void Restart() {
+        m_pTable.reset();
+        m_pTable = std::make_unique<TestTable>(folder.GetFilePath(), m_pFileSystem, m_RecordSize);
+    }
+
+    const TemporaryFolder folder;
+
+private:
+    QVFileSystemInterface* const m_pFileSystem;
+    const unsigned int m_RecordSize;
+    std::unique_ptr<TestTable> m_pTable;
 };

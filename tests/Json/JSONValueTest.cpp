@@ -97,13 +97,13 @@ TEST(JSONParser, Accepts) {
         {"FALSE", "false"},
         {"NULL", "null"},
         {R"("")", R"("")"},
-        {R"("\u0041\u00e9")", "\"A\xc3\xa9\""},
+        {R"("\u0041\u00e9")", "\"Aé\""},
         {R"("\x\/\\\"\b\f\n\r\t")", R"("x/\\\"\b\f\n\r\t")"},
         {R"("\u4z\u")", "\"\\u0004z\\u0000\""},
         {R"("\ud83d")", "\"\xed\xa0\xbd\""},
         {"\"a\nb\"", R"("a\nb")"},
         {"\"a\r\nb\tc\x1f\x7f\"", "\"a\\nb\\tc\\u001F\x7f\""},
-        {"\"h\xc3\xa9\xe2\x82\xac\" 1", "\"h\xc3\xa9\xe2\x82\xac\"", "1"},
+        {"\"hé€\" 1", "\"hé€\"", "1"},
         {R"("open)", R"("open")"},
         {R"("open\)", R"("open")"},
         {" \n\t[ 1 , {\"a\" : null} ] ", R"([1,{"a":null}])"},
@@ -183,8 +183,8 @@ TEST(JSONParser, LimitsDepth) {
 // A square of these would take minutes.
 TEST(JSONParser, LongTextsStayLinear) {
     const std::pair<const char*, const char*> texts[] = {
-        {"[", "\""},  {"[", "[],"}, {"[", "\"a\u00e9\","}, {"[\"", "\\"}, {"[\"", "\\u00e9"},
-        {"[1,", "7"}, {"0.", "7"},  {"[1e", "9"},          {"[", "."},    {"[", "a"}};
+        {"[", "\""},  {"[", "[],"}, {"[", "\"aé\","}, {"[\"", "\\"}, {"[\"", "\\u00e9"},
+        {"[1,", "7"}, {"0.", "7"},  {"[1e", "9"},     {"[", "."},    {"[", "a"}};
     for (const auto& [start, piece] : texts) {
         std::string text = start;
         for (int i = 0; i < 200'000; ++i)
@@ -212,23 +212,22 @@ TEST(JSONParser, GoesOnWithTokensThatWerePushedBack) {
 }
 
 TEST(JSONParser, MarksAStringThatTheTextEndsIn) {
-    for (const auto& [text, terminated] :
-         {std::pair("\"a\"", true), std::pair("\"a", false), std::pair("\"a\\\"", false)}) {
+    for (const char* const text : {"\"a\"", "\"a", "\"a\\\""}) {
         COutputLogNull log;
         TextInputQVString input(text, "n");
         JSONParseContext context(&input, &log);
         CParseToken token;
         EXPECT_EQ(context.GetNextJSONToken(token), JSONTokenString);
-        EXPECT_EQ(token.IsTerminated(), terminated) << text;
+        EXPECT_EQ(PrintToken(token).ends_with("! "), text != std::string("\"a\""));
         EXPECT_EQ(token.Text(), text);
     }
 }
 
 // Whatever the bytes: a value or one message, and what is printed reads back as itself.
 TEST(JSONParser, FormatIsAFixpointForRandomTexts) {
-    const char* pieces[] = {"[",  "]",   "{",    "}",        ",",     ":",        "\"a\"", "\"b\\n\"",
-                            "1",  "2.5", "-",    "e3",       "true",  "null",     " ",     "\n",
-                            "\"", "\\",  "\x80", "\xc3\xa9", "[1,2]", "{\"k\":0}"};
+    const char* pieces[] = {"[",  "]",   "{",    "}",  ",",     ":",        "\"a\"", "\"b\\n\"",
+                            "1",  "2.5", "-",    "e3", "true",  "null",     " ",     "\n",
+                            "\"", "\\",  "\x80", "é",  "[1,2]", "{\"k\":0}"};
     std::mt19937 random(20211);
     for (int i = 0; i < 20'000; ++i) {
         std::string text = i % 2 ? "[" : "";
@@ -319,73 +318,12 @@ TEST(JSONValue, TruthTextAndNumbers) {
     }
 }
 
-TEST(JSONValue, Calculates) {
-    struct Row {
-        const char* left;
-        char operation;
-        const char* right;
-        const char* result; // empty: none
-        const char* message = "";
-    };
-    const Row rows[] = {
-        {"5", '+', "2", "7"},
-        {"5", '-', "2", "3"},
-        {"5", '*', "2", "10"},
-        {"5", '/', "2", "2.5"},
-        {"5", '%', "-3", "2"},
-        {"-5", '%', "3", "-2"},
-        {"5", '/', "0", "null"},
-        {"5", '%', "0", "null"},
-        {"5", 'n', "0", "-5"},
-        {"\"x\"", '+', "1", "", "Error 901: The left side of the '+' operator must evaluate to a number.\n"},
-        {"null", '-', "1", "", "Error 901: The left side of the '-' operator must evaluate to a number.\n"},
-        {"[]", '*', "1", "", "Error 901: The left side of the '*' operator must evaluate to a number.\n"},
-        {"{}", '/', "1", "", "Error 901: The left side of the '/' operator must evaluate to a number.\n"},
-        {"1", '%', "true", "", "Error 902: The right side of the '%' operator must evaluate to a number.\n"},
-        {"1", '+', "\"1\"", "", "Error 902: The right side of the '+' operator must evaluate to a number.\n"},
-        {"true", 'n', "0", "", "Error 903: Cannot negate a non-numeric value.\n"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.left) + row.operation + row.right);
-        const Value left = Parse(std::string(row.left)).value;
-        const Value right = Parse(std::string(row.right)).value;
-        CErrorLogToString log;
-        const ErrorLocationNull nowhere;
-        Value result;
-        switch (row.operation) {
-        case '+':
-            result.reset(left->DoAdd(right.get(), nowhere, log));
-            break;
-        case '-':
-            result.reset(left->DoSub(right.get(), nowhere, log));
-            break;
-        case '*':
-            result.reset(left->DoMul(right.get(), nowhere, log));
-            break;
-        case '/':
-            result.reset(left->DoDiv(right.get(), nowhere, log));
-            break;
-        case '%':
-            result.reset(left->DoMod(right.get(), nowhere, log));
-            break;
-        default:
-            result.reset(left->DoNegate(nowhere, log));
-        }
-        EXPECT_EQ(result ? Format(*result) : "", row.result);
-        EXPECT_EQ(log.GetString(), row.message);
-    }
-}
-
 TEST(JSONValue, ArraysAndObjectsHoldTheirValues) {
     const Value array = Parse(std::string("[1,2]")).value;
     const auto& values = static_cast<const JSONValueArray&>(*array);
     EXPECT_EQ(values.GetValueCount(), 2u);
-    for (const auto& [index, expected] :
-         {std::pair(0, 1.0), std::pair(1, 2.0), std::pair(-1, 2.0), std::pair(-2, 1.0)}) {
-        const Value value(values.LookupValue(index));
-        ASSERT_TRUE(value) << index;
-        EXPECT_EQ(static_cast<const JSONValueNumeric&>(*value).GetValue(), expected);
-    }
+    for (const auto& [index, expected] : {std::pair(0, "1"), {1, "2"}, {-1, "2"}, {-2, "1"}})
+        EXPECT_EQ(Format(*Value(values.LookupValue(index))), expected);
     for (const int index : {2, -3, INT_MAX, INT_MIN})
         EXPECT_EQ(values.LookupValue(index), nullptr);
 

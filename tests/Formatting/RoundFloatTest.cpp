@@ -60,9 +60,6 @@ TEST(RoundFloatTest, TiesGoToTheEvenNumber) {
         const float single = static_cast<float>(value);
         EXPECT_EQ(QVRoundFloat::RoundToEvenFloat(single), std::nearbyint(single)) << value;
     }
-    EXPECT_EQ(QVRoundFloat::RoundToEvenDouble(2.5), 2);
-    EXPECT_EQ(QVRoundFloat::RoundToEvenDouble(3.5), 4);
-    EXPECT_EQ(QVRoundFloat::RoundToEvenDouble(-2.5), -2);
 }
 
 } // namespace

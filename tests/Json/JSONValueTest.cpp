@@ -128,11 +128,7 @@ TEST(JSONParser, Accepts) {
 }
 
 TEST(JSONParser, RefusesWithOneMessageAtThePlace) {
-    struct Row {
-        std::string text;
-        const char* message;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"", "n(1,1-1): error 101: Found 'End of File' when expecting 'JSON Property Value'."},
         {"+5", "n(1,1-2): error 101: Found '+' when expecting 'JSON Property Value'."},
         {"- x", "n(1,3-4): error 101: Found 'x' when expecting 'Numeric value'."},
@@ -149,12 +145,12 @@ TEST(JSONParser, RefusesWithOneMessageAtThePlace) {
         {"[\"open", "n(1,7-7): error 101: Found 'End of File' when expecting ','."},
         {"{\"a", "n(1,4-4): error 101: Found 'End of File' when expecting ':'."},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        EXPECT_EQ(Parse(row.text).messages, std::string(row.message) + "\n");
+    for (const auto& [text, message] : rows) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(Parse(text).messages, std::string(message) + "\n");
         for (const unsigned int readSize : ReadSizes) {
-            ChunkedInput input(row.text, readSize);
-            EXPECT_EQ(Parse(input).messages, std::string(row.message) + "\n") << readSize;
+            ChunkedInput input(text, readSize);
+            EXPECT_EQ(Parse(input).messages, std::string(message) + "\n") << readSize;
         }
     }
 }

@@ -153,10 +153,7 @@ TEST_F(JSONataTest, PrintsTheCanonicalForm) {
 }
 
 TEST_F(JSONataTest, RefusesWithOneMessage) {
-    const struct {
-        std::string text;
-        std::string message;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"", "1-1): error 900: Found '', when expecting an expression primary."},
         {"--1", "2-3): error 900: Found '-', when expecting an expression primary."},
         {"- -a", "3-4): error 900: Found '-', when expecting an expression primary."},
@@ -187,11 +184,11 @@ TEST_F(JSONataTest, RefusesWithOneMessage) {
         {"`abc ", "1-6): error 906: Escaped property name must be terminated with a grave accent (`)."},
         {"a.`b", "3-5): error 906: Escaped property name must be terminated with a grave accent (`)."},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, message] : rows) {
         for (const unsigned int readSize : ReadSizes) {
-            const Compiled compiled(row.text, readSize);
-            EXPECT_FALSE(compiled.m_bParsed) << row.text;
-            EXPECT_EQ(compiled.m_Messages, "n(1," + row.message + "\n") << row.text;
+            const Compiled compiled(text, readSize);
+            EXPECT_FALSE(compiled.m_bParsed) << text;
+            EXPECT_EQ(compiled.m_Messages, "n(1," + message + "\n") << text;
         }
     }
 }
@@ -204,10 +201,7 @@ std::string NotANumber(const std::string& place, const std::string& side, char o
 
 TEST_F(JSONataTest, Evaluates) {
     const char* const nothing = "no value";
-    const struct {
-        std::string text;
-        std::string result;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         // Paths
         {"a.b[0]", "10"},
         {"a.b[-1]", "30"},
@@ -333,10 +327,10 @@ TEST_F(JSONataTest, Evaluates) {
         {"s * 1 + -s", NotANumber("1,3-4", "left", '*')},
         {"z + 1 + -s", nothing},
     };
-    for (const auto& row : rows) {
-        const Compiled compiled(row.text);
+    for (const auto& [text, result] : rows) {
+        const Compiled compiled(text);
         ASSERT_TRUE(compiled.m_bParsed) << compiled.m_Messages;
-        EXPECT_EQ(compiled.Evaluate(m_pDocument), row.result) << row.text;
+        EXPECT_EQ(compiled.Evaluate(m_pDocument), result) << text;
         EXPECT_EQ(Compiled(compiled.Print()).Print(), compiled.Print());
     }
 }

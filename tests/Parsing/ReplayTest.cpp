@@ -92,10 +92,8 @@ TEST(TextInputFromParseTokens, RandomOperationsAgreeWithTheText) {
 }
 
 TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
-    const struct {
-        const char* literal; // stands in line 3, column 5
-        const char* content;
-    } rows[] = {
+    // Literals that stand in line 3, column 5.
+    const std::pair<const char*, const char*> rows[] = {
         {"'ab'", "a@3:6 b@3:7 "},
         {"\"ab\"", "a@3:6 b@3:7 "},
         {"string#'a'", "a@3:13 "},
@@ -125,17 +123,17 @@ TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
         {"'a$4x'", "a@3:6 "},
         {"\"a$123x\"", "a@3:6 "},
     };
-    for (const auto& row : rows) {
+    for (const auto& [literal, content] : rows) {
         CQVTextLocation begin;
         begin.SetLineAndColumn(3, 5);
-        const CParseToken token(row.literal, CErrorLocationTextRange(begin, begin));
+        const CParseToken token(literal, CErrorLocationTextRange(begin, begin));
         CTextInputFromStringToken input(token);
         CTextInput::Position start;
         input.SavePosition(start);
-        EXPECT_EQ(PrintRest(input), row.content) << row.literal;
-        EXPECT_EQ(PrintRest(input), "") << "the end stays the end: " << row.literal;
+        EXPECT_EQ(PrintRest(input), content) << literal;
+        EXPECT_EQ(PrintRest(input), "") << "the end stays the end: " << literal;
         input.RestorePosition(start);
-        EXPECT_EQ(PrintRest(input), row.content) << row.literal;
+        EXPECT_EQ(PrintRest(input), content) << literal;
     }
 }
 
@@ -153,10 +151,7 @@ std::string ReportTokens(CTextInput& input) {
 }
 
 TEST(TextReportParseContext, SplitsTemplates) {
-    const struct {
-        const char* text;
-        const char* tokens;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"Total: <?sum?> items<!-- note -->",
          "200:Total: @1:1-1:8 202:<?sum?>@1:8-1:15 200: items@1:15-1:21 201:<!-- note -->@1:21-1:34 "},
         {"", ""},
@@ -177,10 +172,10 @@ TEST(TextReportParseContext, SplitsTemplates) {
         {"<<?x?><<!--y-->", "200:<@1:1-1:2 202:<?x?>@1:2-1:7 200:<@1:7-1:8 201:<!--y-->@1:8-1:16 "},
         {"a\n<?b\nc?>\nd", "200:a$@1:1-2:1 202:<?b$c?>@2:1-3:4 200:$d@3:4-4:2 "},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, tokens] : rows) {
         for (const unsigned int readSize : ReadSizes) {
-            ChunkedInput input(row.text, readSize);
-            EXPECT_EQ(ReportTokens(input), row.tokens) << row.text;
+            ChunkedInput input(text, readSize);
+            EXPECT_EQ(ReportTokens(input), tokens) << text;
         }
     }
 }

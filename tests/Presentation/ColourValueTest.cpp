@@ -50,15 +50,13 @@ TEST(ColourRGB, PacksMixesAndContrasts) {
                   row.bBlackOnIt ? QVColourRGB::Black : QVColourRGB::White);
     }
 
-    const struct {
-        int percent;
-        unsigned int word;
-    } mixes[] = {{-5, 0x44332211}, {0, 0x44332211},   {1, 0x00352413},  {50, 0x00998F88},
-                 {99, 0x00FCFAFC}, {100, 0x99FFFDFF}, {101, 0x99FFFDFF}};
-    for (const auto& mix : mixes) {
+    const std::pair<int, unsigned int> mixes[] = {{-5, 0x44332211}, {0, 0x44332211},  {1, 0x00352413},
+                                                  {50, 0x00998F88}, {99, 0x00FCFAFC}, {100, 0x99FFFDFF},
+                                                  {101, 0x99FFFDFF}};
+    for (const auto& [percent, word] : mixes) {
         QVColourRGB mixed = colour;
-        mixed.InterpolateWith(mix.percent, QVColourRGB(255, 253, 255, 0x99));
-        EXPECT_EQ(mixed.GetRGB(), mix.word) << mix.percent;
+        mixed.InterpolateWith(percent, QVColourRGB(255, 253, 255, 0x99));
+        EXPECT_EQ(mixed.GetRGB(), word) << percent;
     }
     CColourValue half;
     CColourValue(QVColourRGB::Black).InterpolateColour(CColourValue(QVColourRGB::White), half);
@@ -119,10 +117,7 @@ TEST(ColourValue, CutsOffFractionsOfAnyLength) {
 
 TEST(ColourValue, RefusesWithAMessage) {
     const std::string numerical = "', invalid numerical format.  Expected '#rgb' or '#rrggbb'.";
-    const struct {
-        const char* text;
-        std::string message;
-    } rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         {"#ff880", "n(1,1-7): error 950: Color value '#ff880" + numerical},
         {"#ggg", "n(1,1-5): error 950: Color value '#ggg" + numerical},
         {"# f80", "n(1,1-2): error 950: Color value '#" + numerical},
@@ -136,29 +131,27 @@ TEST(ColourValue, RefusesWithAMessage) {
         {"rgb(1,2)", "n(1,8-9): error 101: Found ')' when expecting 'Blue value'."},
         {"rgb(-1", "n(1,5-6): error 101: Found '-' when expecting 'Red value'."},
     };
-    for (const auto& row : rows) {
-        TextInputQVString input(row.text, "n");
+    for (const auto& [text, message] : rows) {
+        TextInputQVString input(text, "n");
         COutputLogToString log;
         CParseContext context(&input, &log);
         CColourValue colour;
         colour.SetNamedColour(CColourValue::FindNamedColour("Tomato"));
         const CColourValue before = colour;
         EXPECT_FALSE(colour.Parse(context));
-        EXPECT_EQ(log.GetString(), row.message + "\n");
+        EXPECT_EQ(log.GetString(), message + "\n");
         EXPECT_EQ(colour, before);
-        EXPECT_FALSE(colour.ParseText(row.text, static_cast<unsigned int>(strlen(row.text))));
+        EXPECT_FALSE(colour.ParseText(text, static_cast<unsigned int>(strlen(text))));
     }
 }
 
 TEST(ColourValue, StoresTheForm) {
-    const struct {
-        const char* text;
-        const char* bytes;
-    } rows[] = {{"red", "03 03 52 65 64"}, {"#f80", "01 FF 88 00 00"}, {"4278190335", "02 FF 00 00 FF"}};
-    for (const auto& row : rows) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"red", "03 03 52 65 64"}, {"#f80", "01 FF 88 00 00"}, {"4278190335", "02 FF 00 00 FF"}};
+    for (const auto& [text, bytes] : rows) {
         CColourValue colour;
-        ASSERT_TRUE(colour.ParseText(qvstring(row.text)));
-        EXPECT_EQ(Hex(Save(colour)), row.bytes);
+        ASSERT_TRUE(colour.ParseText(qvstring(text)));
+        EXPECT_EQ(Hex(Save(colour)), bytes);
         EXPECT_EQ(Load(Save(colour)), colour);
         EXPECT_EQ(Load(Save(colour)).GetNamedColour(), colour.GetNamedColour());
         for (size_t length = 0; length < Save(colour).size(); length++)

@@ -32,10 +32,7 @@ std::string Body(const std::function<void(CRTFOutput&)>& write) {
 }
 
 TEST(RTFOutput, EscapesText) {
-    const struct {
-        std::string text;
-        const char* body;
-    } rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"a~\x7F\r", "a~\x7F\r"},
         {"{\\}\t\n", "\\{\\\\\\}\\tab \\par\r\n"},
         {"é", "\\u233?"},
@@ -43,11 +40,10 @@ TEST(RTFOutput, EscapesText) {
         {"😀", "\\u-10179?\\u-8704?"},
         {"\xFF", "\\u-3?"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Body([&](CRTFOutput& rtf) {
-                      rtf.Print(row.text.data(), static_cast<unsigned int>(row.text.size()));
-                  }),
-                  row.body);
+    for (const auto& [text, body] : rows)
+        EXPECT_EQ(
+            Body([&](CRTFOutput& rtf) { rtf.Print(text.data(), static_cast<unsigned int>(text.size())); }),
+            body);
     const char32_t codePoints[] = {U'{', 0x1F600, 0xD83D, 0x110000, 0xFFFFFFFF};
     EXPECT_EQ(Body([&](CRTFOutput& rtf) { rtf.Print(codePoints, 5); }),
               "\\{\\u-10179?\\u-8704?\\u-10179?\\u-3?\\u-3?");

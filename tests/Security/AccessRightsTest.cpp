@@ -15,19 +15,16 @@ std::string Masks(const Rights& rights) {
 }
 
 TEST(AccessRightsTest, MasksHaveTheirTexts) {
-    const struct {
-        unsigned int mask;
-        const char* text;
-    } cases[] = {
+    const std::pair<unsigned int, const char*> cases[] = {
         {0xFFFFFFFF, "Full"},
         {0x080, ""},
         {0x8FFFFF80, "Configure"},
         {0x17F, "Refresh+Write+Force+Acknowledge+DisableAlarm+DirectWrite+WriteFile+Configure"},
         {0xFFFFFFFE, "Write+Force+Acknowledge+DisableAlarm+DirectWrite+WriteFile+Configure"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [mask, text] : cases) {
         char buffer[256];
-        EXPECT_STREQ(Rights::RightsMaskText(c.mask, buffer), c.text);
+        EXPECT_STREQ(Rights::RightsMaskText(mask, buffer), text);
     }
     unsigned int all = 0;
     unsigned int flags = 0;

@@ -145,34 +145,29 @@ TEST(SecuritySettingsTest, RightsOfAllMatchingEntriesAddUp) {
     operatorToken.m_Groups = {"oop", "ops"};
     CQVUserAccessToken guest;
     guest.SetGuest();
-    const struct {
-        CQVUserAccessToken* token;
-        const char* rights;
-    } cases[] = {{&bob, "World=Refresh, ZoneA=Write, ZoneB=Write+Force"},
-                 {&operatorToken, "World=Refresh+Configure, ZoneA=Write"},
-                 {&guest, "World=Acknowledge"}};
-    for (const auto& c : cases) {
+    const std::pair<CQVUserAccessToken*, const char*> cases[] = {
+        {&bob, "World=Refresh, ZoneA=Write, ZoneB=Write+Force"},
+        {&operatorToken, "World=Refresh+Configure, ZoneA=Write"},
+        {&guest, "World=Acknowledge"}};
+    for (const auto& [token, expected] : cases) {
         CSecuritySettingsAccessRights rights(0xFFFFFFFF);
-        settings.GetAccessRightsForUser(c.token, rights);
-        EXPECT_EQ(Printed([&](CTextOutput& out) { rights.PrintRights(out); }), c.rights);
+        settings.GetAccessRightsForUser(token, rights);
+        EXPECT_EQ(Printed([&](CTextOutput& out) { rights.PrintRights(out); }), expected);
     }
 }
 
 // Root runs this as others, too: one whom the system knows, and one whom it does not.
 TEST(SecuritySettingsTest, DefaultsGoByTheUserOfTheProcess) {
-    const struct {
-        unsigned int user;
-        const char* entries;
-    } cases[] = {
+    const std::pair<unsigned int, const char*> cases[] = {
         {0, "root: World=Full;\n*: World=Refresh;\n"},
         {65534, "nobody: World=Full;\nroot: World=Full;\n*: World=Refresh;\n"},
         {4000000001, "root: World=Full;\n*: World=Full;\n"},
     };
-    for (const auto& c : cases) {
-        RunAsUser(c.user, [&] {
+    for (const auto& [user, entries] : cases) {
+        RunAsUser(user, [&] {
             CSecuritySettings settings;
             settings.InitialiseForCurrentUser();
-            EXPECT_EQ(Text(settings), c.entries);
+            EXPECT_EQ(Text(settings), entries);
         });
     }
     CSecuritySettings settings;
@@ -227,10 +222,8 @@ TEST(SecuritySettingsTest, HostileCountsAreBoundedByTheData) {
     using namespace std::string_literals;
     const std::string head = "\1\0\2\0\0\0\2\1a\1\0\0\0"s; // two entries, the first up to its zones
     const std::string next = "\2\1b\2\0\0\0\0\0\0\0"s;
-    const struct {
-        std::string zones;
-        const char* entries; // null: the data end
-    } cases[] = {
+    // The zones of the first entry and what is loaded; null where the data end.
+    const std::pair<std::string, const char*> cases[] = {
         {"\0\0\0\0"s, "a: World=Refresh;\nb: World=Write;\n"},
         {"\xFF\xFF\xFF\xFF"s, "a: World=Refresh;\nb: World=Write;\n"},
         {"\1\0\0\0\4\0\0\0"s, "a: World=Refresh, ZoneA=Force;\nb: World=Write;\n"},
@@ -238,14 +231,14 @@ TEST(SecuritySettingsTest, HostileCountsAreBoundedByTheData) {
          "a: World=Refresh, ZoneD=Force;\nb: World=Write;\n"},
         {"\xFF\xFF\xFF\x7F"s + std::string(100000, 'x'), nullptr},
     };
-    for (const auto& c : cases) {
+    for (const auto& [zones, entries] : cases) {
         CSecuritySettings settings;
-        if (c.entries == nullptr) {
-            EXPECT_THROW(LoadInto(settings, head + c.zones + next), CBinaryInput::EOFException);
+        if (entries == nullptr) {
+            EXPECT_THROW(LoadInto(settings, head + zones + next), CBinaryInput::EOFException);
             continue;
         }
-        EXPECT_TRUE(LoadInto(settings, head + c.zones + next));
-        EXPECT_EQ(Text(settings), c.entries);
+        EXPECT_TRUE(LoadInto(settings, head + zones + next));
+        EXPECT_EQ(Text(settings), entries);
     }
     CSecuritySettings settings;
     EXPECT_THROW(LoadInto(settings, "\1\0\xFF\xFF\xFF\xFF"s + head.substr(6) + "\0\0\0\0"s),

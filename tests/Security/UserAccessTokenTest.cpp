@@ -28,20 +28,18 @@ TEST(UserAccessTokenTest, MatchesByKindNameAndGroup) {
     BytesInput strange(bytes);
     CQVUserIdentity strangeId;
     strangeId.LoadUserIdentity(strange);
-    const struct {
-        CQVUserIdentity id;
-        const char* matches; // fresh, guest, bob, member, star
-    } cases[] = {
+    // Who matches, of fresh, guest, bob, member and star.
+    const std::pair<CQVUserIdentity, const char*> cases[] = {
         {CQVUserIdentity(), "11000"}, {Parsed("Guest"), "11000"}, {Parsed("*"), "00111"},
         {Parsed("bob"), "00110"},     {Parsed("Bob"), "00000"},   {Parsed("guest"), "00000"},
         {Parsed("@ops"), "00010"},    {Parsed("@op"), "00000"},   {Parsed("@bob"), "00000"},
         {Parsed("@Guest"), "00010"},  {strangeId, "00000"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [id, expected] : cases) {
         std::string matches;
         for (const CQVUserAccessToken* token : {&fresh, &guest, &bob, &member, &star})
-            matches += token->MatchesUserIdentity(c.id) ? '1' : '0';
-        EXPECT_EQ(matches, c.matches) << c.id.GetType() << ":" << c.id.GetName();
+            matches += token->MatchesUserIdentity(id) ? '1' : '0';
+        EXPECT_EQ(matches, expected) << id.GetType() << ":" << id.GetName();
     }
     EXPECT_STREQ(guest.m_UserName.Get(), "Guest");
     EXPECT_FALSE(member.SetFromCurrentProcess());

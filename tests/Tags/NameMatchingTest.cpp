@@ -165,17 +165,14 @@ TEST(CellReference, ParsesAndPrints) {
 }
 
 TEST(CellReference, LabelsColumns) {
-    const struct {
-        int column;
-        const char* label;
-    } rows[] = {{0, "A"},     {25, "Z"},        {26, "AA"},
-                {51, "AZ"},   {52, "BA"},       {701, "ZZ"},
-                {702, "AAA"}, {65'535, "CRXP"}, {2'147'483'647, "FXSHRXX"},
-                {-1, ""}};
-    for (const auto& row : rows) {
+    const std::pair<int, const char*> rows[] = {{0, "A"},     {25, "Z"},        {26, "AA"},
+                                                {51, "AZ"},   {52, "BA"},       {701, "ZZ"},
+                                                {702, "AAA"}, {65'535, "CRXP"}, {2'147'483'647, "FXSHRXX"},
+                                                {-1, ""}};
+    for (const auto& [column, expected] : rows) {
         char label[CellReference::ColumnLabelSize];
-        EXPECT_EQ(CellReference::FormatColumnLabel(row.column, label), static_cast<int>(strlen(row.label)));
-        EXPECT_STREQ(label, row.label);
+        EXPECT_EQ(CellReference::FormatColumnLabel(column, label), static_cast<int>(strlen(expected)));
+        EXPECT_STREQ(label, expected);
     }
     EXPECT_EQ(CellReference().LetterValue('z'), 26u);
     EXPECT_EQ(CellReference().LetterValue('['), 0u);

@@ -226,15 +226,13 @@ TEST(TextInputFile, TellsWhyItCannotRead) {
 
 TEST(TextInputFile, EstimatesItsLength) {
     const TemporaryFolder folder;
-    const struct {
-        string m_Bytes;
-        unsigned int m_Estimate;
-    } cases[] = {{"", 0}, {"1234", 2}, {"\xFF\xFE\x41\x00\x41"s, 2}, {"\xEF\xBB\xBFxyz", 4}};
-    for (const auto& c : cases) {
-        folder.Write("text", c.m_Bytes);
+    const std::pair<string, unsigned int> cases[] = {
+        {"", 0}, {"1234", 2}, {"\xFF\xFE\x41\x00\x41"s, 2}, {"\xEF\xBB\xBFxyz", 4}};
+    for (const auto& [bytes, estimate] : cases) {
+        folder.Write("text", bytes);
         TextInputFile input;
         ASSERT_TRUE(input.OpenFile(folder.File("text")));
-        EXPECT_EQ(input.GetLengthEstimate(), c.m_Estimate);
+        EXPECT_EQ(input.GetLengthEstimate(), estimate);
     }
     std::filesystem::resize_file(folder.File("text").GetPath(), 7LL << 30);
     TextInputFile huge;

@@ -108,10 +108,8 @@ TEST(Guid, RandomOnesDifferAndSayTheirVersion) {
 }
 
 TEST(Crc16, AgreesWithPublishedFrames) {
-    const struct {
-        std::string bytes;
-        unsigned short value; // high byte first; a frame carries the low byte first
-    } rows[] = {
+    // A value has its high byte first, a frame carries the low byte first.
+    const std::pair<std::string, unsigned short> rows[] = {
         {"123456789", 0x4B37},
         {"", 0xFFFF},
         {FromHex("02 07"), 0x1241},             // the example of the serial line specification
@@ -119,12 +117,12 @@ TEST(Crc16, AgreesWithPublishedFrames) {
         {FromHex("11 03 00 6B 00 03"), 0x8776}, // read holding registers of unit 17
         {FromHex("01 06 00 01 00 03"), 0x0B98}, // write a register
     };
-    for (const auto& row : rows) {
+    for (const auto& [bytes, value] : rows) {
         CCrc16 crc(0xFFFF);
-        crc.AddBytes(reinterpret_cast<const unsigned char*>(row.bytes.data()),
-                     static_cast<unsigned int>(row.bytes.size()));
-        EXPECT_EQ(crc.GetValue(), row.value) << Hex(row.bytes);
-        EXPECT_EQ(crc.GetHighByte() * 256 + crc.GetLowByte(), row.value);
+        crc.AddBytes(reinterpret_cast<const unsigned char*>(bytes.data()),
+                     static_cast<unsigned int>(bytes.size()));
+        EXPECT_EQ(crc.GetValue(), value) << Hex(bytes);
+        EXPECT_EQ(crc.GetHighByte() * 256 + crc.GetLowByte(), value);
     }
 }
 
@@ -147,10 +145,8 @@ TEST(Crc16, TakesBytesInAnyPieces) {
 
 TEST(BuildIdentity, ReadsEveryFormatAndNothingElse) {
     const std::string time = "00 00 00 00 00 00 00 01";
-    const struct {
-        std::string hex;
-        std::string loaded; // empty: refused
-    } rows[] = {
+    // What is not loaded is refused.
+    const std::pair<std::string, std::string> rows[] = {
         {"42 49 03 00 02 41 62 " + time + " 03 00 0C 00", "Ab 3.12"},
         {"42 49 02 00 02 41 62 01 78 00 " + time + " 04 00 05 00", "Ab 4.5"},
         {"42 49 01 00 01 41 00 01 79 " + time, "A 1.0"},
@@ -158,18 +154,18 @@ TEST(BuildIdentity, ReadsEveryFormatAndNothingElse) {
         {"42 49 04 00 01 41 " + time + " 03 00 0C 00", ""},
         {"49 42 03 00 02 41 62 " + time + " 03 00 0C 00", ""},
     };
-    for (const auto& row : rows) {
-        const std::string bytes = FromHex(row.hex);
+    for (const auto& [hex, loaded] : rows) {
+        const std::string bytes = FromHex(hex);
         CBuildIdentity identity;
         const bool bLoaded = FromBytes(bytes, [&](CBinaryInput& in) { return identity.Load(in); });
-        EXPECT_EQ(bLoaded, !row.loaded.empty()) << row.hex;
+        EXPECT_EQ(bLoaded, !loaded.empty()) << hex;
         if (!bLoaded) {
             EXPECT_EQ(identity.GetProjectName(), "");
             continue;
         }
         EXPECT_EQ(identity.GetProjectName() + " " + std::to_string(identity.GetMajorVersion()) + "." +
                       std::to_string(identity.GetMinorVersion()),
-                  row.loaded);
+                  loaded);
         EXPECT_EQ(identity.GetBuildTime(), CQVTimestamp(1LL << 56));
         for (size_t length = 0; length < bytes.size(); length++) {
             EXPECT_THROW(

@@ -11,6 +11,7 @@
 #include <limits>
 #include <random>
 #include <unicode/decimfmt.h>
+#include <vector>
 
 namespace {
 
@@ -56,83 +57,79 @@ double RandomDouble(std::mt19937_64& random) {
     }
 }
 
-TEST(DecimalFormatTest, WritesNumbersByPattern) {
-    const struct {
-        const char* pattern;
-        double value;
-        const char* expected;
-    } rows[] = {
-        {"#,##0", 0, "0"},
-        {"#,##0", 1e21, "1,000,000,000,000,000,000,000"},
-        {"#,##,#0", 12345, "1,23,45"}, // the last group is the one that counts
-        {"0,000.0", 7, "0,007.0"},
-        {"0.00;(0.00)", -1.5, "(1.50)"},
-        {"0;0.0E0", -1234, "1.2E3"}, // the second pattern counts entirely
-        {";", 3.7, "4"},
-        {".00", 0.5, ".50"},
-        {".00", 0, ".00"},
-        {"0.", 3, "3."},
-        {"#.##", 0.5, "0.5"},
-        {".##", 0.5, ".5"},
-        {".##", 3, "3.0"},
-        {"#", 0, "0"},
-        {"0", 0.5, "0"},
-        {"0", 1.5, "2"},
-        {"0.00", 0.125, "0.12"},
-        {"0.00", 2.675, "2.68"},
-        {"0.00", 0.005, "0.00"},
-        {"0.00", 99.995, "100.00"},
-        {"0.####", 0.99996, "1"},
-        {"0.0000000000000000000#", 0.1, "0.1000000000000000000"},
-        {"0", 12345678901234567890.0, "12345678901234570000"},
-        {"0", DBL_MIN, "0"},
-        {"'it''s '0", 7, "it's 7"},
-        {"''0''", 7, "7"},
-        {"0 'm' 0", 7, "07 m "}, // one number
-        {"#0,.", 1, nullptr},
-        {"'Level: '0.0' m';'Level: -'0.0' m'", -2.25, "Level: -2.2 m"},
-        {"° 0€", -1, "-° 1€"},
-        {"0", -0.0, "-0"},
-        {"'Level '0", InfinityValue, "Level Infinity"},
-        {"0 m;(0)", -InfinityValue, "(Infinity)"},
-        {"'Level '0", std::numeric_limits<double>::quiet_NaN(), "NaN"},
-        {"'Level '0", -std::numeric_limits<double>::quiet_NaN(), "NaN"},
-        {"0.###E0", 12345, "1.234E4"},
-        {"0.###E0", 1200, "1.2E3"},
-        {"0.###E0", 0, "0E0"},
-        {"0.00E0", 0, "0.00E0"},
-        {"0.###E0", 9.9996, "1E1"},
-        {"0.E0", 5, "5E0"}, // the point that is always shown is for fixed-point notation
-        {"##0.##E0", 12345, "12.345E3"},
-        {"##0.##E0", 0.5, "500E-3"},
-        {"##0.##E0", 0.05, "50E-3"},
-        {"##0.##E0", 0.00012, "120E-6"},
-        {"##0.##E0", 1e6, "1E6"},
-        {"##0.##E0", 999999, "1E6"},
-        {"##0.##E0", 0, "0E0"},
-        {"##0.00E0", 0, "0.00E0"},
-        {"00.00E+00", 0.00123, "12.30E-04"},
-        {"00.00E+00", 123, "12.30E+01"},
-        {"0e+0", 1e300, "1e+300"},
-        {"0E++0", 10, "1E+1"},
-        {".00E0", 12, ".12E2"},
-        {"#E0", 12, ".1E2"},
-        {"0E0 0E00", 50, "50E00 "}, // text between two parts of the number; the last exponent counts
-        {"", -3, "-3"},
-        {"", 3, "3"},
-        {"", 1.0625, "1.0625"},
-        {" A", 1.5, " A2"},
-    };
-    for (const auto& row : rows) {
-        DecimalFormat format;
-        const int error = Parse(format, row.pattern);
-        if (row.expected == nullptr)
-            EXPECT_EQ(error, 8) << row.pattern;
-        else
-            EXPECT_EQ(error == 0 ? Write(format, row.value) : std::to_string(error), row.expected)
-                << row.pattern << " of " << row.value;
-    }
+struct Row {
+    const char* pattern;
+    double value;
+    const char* expected;
+};
+
+void ExpectTexts(const std::vector<Row>& rows) {
+    for (const Row& row : rows)
+        EXPECT_EQ(Write(Parsed(row.pattern), row.value), row.expected) << row.pattern << " of " << row.value;
+}
+
+// Of several group sizes the last one counts. A pattern without a '0' has no least digit, but shows one.
+TEST(DecimalFormatTest, WritesFixedPoint) {
+    const std::vector<Row> rows = {{"#,##0", 0, "0"},         {"#,##,#0", 12345, "1,23,45"},
+                                   {"0,000.0", 7, "0,007.0"}, {".00", 0.5, ".50"},
+                                   {".00", 0, ".00"},         {"0.", 3, "3."},
+                                   {"#.##", 0.5, "0.5"},      {".##", 0.5, ".5"},
+                                   {".##", 3, "3.0"},         {"#", 0, "0"},
+                                   {"0.####", 0.99996, "1"}};
+    ExpectTexts(rows);
+}
+
+TEST(DecimalFormatTest, RoundsHalvesToTheEvenDigit) {
+    const std::vector<Row> rows = {{"0", 0.5, "0"},         {"0", 1.5, "2"},
+                                   {"0.00", 0.125, "0.12"}, {"0.00", 2.675, "2.68"},
+                                   {"0.00", 0.005, "0.00"}, {"0.00", 99.995, "100.00"},
+                                   {"0", DBL_MIN, "0"},     {"0", -0.0, "-0"}};
+    ExpectTexts(rows);
+}
+
+// A second pattern counts entirely; text between two parts of a number follows it.
+TEST(DecimalFormatTest, WritesTextsAndSigns) {
+    const std::vector<Row> rows = {{";", 3.7, "4"},       {"'it''s '0", 7, "it's 7"},
+                                   {"''0''", 7, "7"},     {"0 'm' 0", 7, "07 m "},
+                                   {"° 0€", -1, "-° 1€"}, {"", -3, "-3"},
+                                   {"", 3, "3"},          {"", 1.0625, "1.0625"},
+                                   {" A", 1.5, " A2"}};
+    ExpectTexts(rows);
+    const std::vector<Row> others = {{"0.00;(0.00)", -1.5, "(1.50)"},
+                                     {"#,##0", 1e21, "1,000,000,000,000,000,000,000"},
+                                     {"0.0000000000000000000#", 0.1, "0.1000000000000000000"},
+                                     {"0", 12345678901234567890.0, "12345678901234570000"},
+                                     {"'Level: '0.0' m';'Level: -'0.0' m'", -2.25, "Level: -2.2 m"},
+                                     {"'Level '0", InfinityValue, "Level Infinity"},
+                                     {"0 m;(0)", -InfinityValue, "(Infinity)"},
+                                     {"'Level '0", std::numeric_limits<double>::quiet_NaN(), "NaN"},
+                                     {"'Level '0", -std::numeric_limits<double>::quiet_NaN(), "NaN"}};
+    ExpectTexts(others);
     EXPECT_EQ(Write(DecimalFormat(), -3.25), "3.25");
+}
+
+// A point that is always shown is for fixed-point notation. Of two exponents the last one counts.
+TEST(DecimalFormatTest, WritesExponents) {
+    const std::vector<Row> scientific = {{"0;0.0E0", -1234, "1.2E3"},
+                                         {"0.###E0", 12345, "1.234E4"},
+                                         {"0.###E0", 1200, "1.2E3"},
+                                         {"0.###E0", 0, "0E0"},
+                                         {"0.00E0", 0, "0.00E0"},
+                                         {"0.###E0", 9.9996, "1E1"},
+                                         {"0.E0", 5, "5E0"},
+                                         {"00.00E+00", 0.00123, "12.30E-04"},
+                                         {"00.00E+00", 123, "12.30E+01"},
+                                         {"0e+0", 1e300, "1e+300"},
+                                         {"0E++0", 10, "1E+1"},
+                                         {".00E0", 12, ".12E2"},
+                                         {"#E0", 12, ".1E2"},
+                                         {"0E0 0E00", 50, "50E00 "}};
+    ExpectTexts(scientific);
+    const std::vector<Row> engineering = {{"##0.##E0", 12345, "12.345E3"}, {"##0.##E0", 0.5, "500E-3"},
+                                          {"##0.##E0", 0.05, "50E-3"},     {"##0.##E0", 0.00012, "120E-6"},
+                                          {"##0.##E0", 1e6, "1E6"},        {"##0.##E0", 999999, "1E6"},
+                                          {"##0.##E0", 0, "0E0"},          {"##0.00E0", 0, "0.00E0"}};
+    ExpectTexts(engineering);
 }
 
 TEST(DecimalFormatTest, WritesIntegersOf64Bits) {
@@ -161,10 +158,10 @@ TEST(DecimalFormatTest, WritesIntegersOf64Bits) {
 
 TEST(DecimalFormatTest, AFaultyPatternHasACodeAndChangesNothing) {
     const std::pair<const char*, int> rows[] = {
-        {"0#0", 1},   {"0.0#0", 1},   {"0..0", 2},   {"0 m .. ", 2}, {"0.0E", 3},  {"0E+", 3},   {"0E;0", 3},
-        {"0EE0", 4},  {"0E0e", 4},    {"#.#0", 6},   {"##.#00", 6},  {"0#.#", 7},  {"0#.", 7},   {"#,.0", 8},
-        {"0,", 8},    {"0.0,0", 8},   {"#,", 8},     {"'abc", 9},    {"0'm", 9},   {"0'm''", 9}, {"0;'", 9},
-        {"0;0#0", 1}, {"#.#0,'m", 6}, {"0#.,'m", 7}, {"0E'm", 9},    {"0,E'm", 8}, {"#,", 8},
+        {"#0,.", 8}, {"0#0", 1},   {"0.0#0", 1},   {"0..0", 2},   {"0 m .. ", 2}, {"0.0E", 3},  {"0E+", 3},
+        {"0E;0", 3}, {"0EE0", 4},  {"0E0e", 4},    {"#.#0", 6},   {"##.#00", 6},  {"0#.#", 7},  {"0#.", 7},
+        {"#,.0", 8}, {"0,", 8},    {"0.0,0", 8},   {"#,", 8},     {"'abc", 9},    {"0'm", 9},   {"0'm''", 9},
+        {"0;'", 9},  {"0;0#0", 1}, {"#.#0,'m", 6}, {"0#.,'m", 7}, {"0E'm", 9},    {"0,E'm", 8}, {"#,", 8},
     };
     DecimalFormat format = Parsed("a0.0;b0.00E0c");
     const std::string before = Describe(format);

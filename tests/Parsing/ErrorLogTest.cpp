@@ -5,25 +5,18 @@
 
 namespace {
 
-class TextRange {
-public:
-    TextRange(const char* name, unsigned int line, unsigned int column, unsigned int endLine,
-              unsigned int endColumn) {
-        CQVTextLocation location;
-        if (name)
-            location.SetSourceName(new CQVTextLocationSourceName(name));
-        m_Range = CErrorLocationTextRange(location, location);
-        m_Range.Begin().SetLineAndColumn(line, column);
-        m_Range.End().SetLineAndColumn(endLine, endColumn);
-    }
-    operator const CErrorLocationTextRange&() const { return m_Range; }
-    const CErrorLocationTextRange* operator->() const { return &m_Range; }
+CErrorLocationTextRange TextRange(const char* name, unsigned int line, unsigned int column,
+                                  unsigned int endLine, unsigned int endColumn) {
+    CQVTextLocation location;
+    if (name)
+        location.SetSourceName(new CQVTextLocationSourceName(name));
+    CErrorLocationTextRange range(location, location);
+    range.Begin().SetLineAndColumn(line, column);
+    range.End().SetLineAndColumn(endLine, endColumn);
+    return range;
+}
 
-private:
-    CErrorLocationTextRange m_Range;
-};
-
-const TextRange Range("rights.conf", 3, 5, 4, 9);
+const CErrorLocationTextRange Range = TextRange("rights.conf", 3, 5, 4, 9);
 const ErrorLocationNull Nowhere;
 
 std::string PrintEntries(const COutputLogToRawList& list) {
@@ -34,15 +27,15 @@ std::string PrintEntries(const COutputLogToRawList& list) {
 }
 
 TEST(ErrorLocationTest, RangesKnowTheirLinesAndColumns) {
-    EXPECT_FALSE(Range->IsNull());
+    EXPECT_FALSE(Range.IsNull());
     EXPECT_TRUE(CErrorLocationTextRange().IsNull());
     for (int line = -1; line < 7; ++line)
-        EXPECT_EQ(Range->IsLineInLocation(line), line == 3 || line == 4);
+        EXPECT_EQ(Range.IsLineInLocation(line), line == 3 || line == 4);
 
-    const TextRange oneLine("x", 2, 3, 2, 6);
-    const TextRange threeLines("x", 2, 3, 4, 6);
+    const CErrorLocationTextRange oneLine = TextRange("x", 2, 3, 2, 6);
+    const CErrorLocationTextRange threeLines = TextRange("x", 2, 3, 4, 6);
     const struct {
-        const TextRange& range;
+        const CErrorLocationTextRange& range;
         int line;
         int column;
         bool isInside;
@@ -54,7 +47,7 @@ TEST(ErrorLocationTest, RangesKnowTheirLinesAndColumns) {
         {threeLines, 4, 7, false}, {threeLines, 5, 4, false}, {oneLine, 2, -1, false},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(c.range->IsLineAndColumnInLocation(c.line, c.column), c.isInside)
+        EXPECT_EQ(c.range.IsLineAndColumnInLocation(c.line, c.column), c.isInside)
             << c.line << "," << c.column;
 }
 

@@ -26,8 +26,10 @@ TEST(UserAccessTokenTest, MatchesByKindNameAndGroup) {
     star.SetSpecifiedUser(CQVSecureWString("*bob"));
     const std::string bytes = "\7\3bob";
     BytesInput strange(bytes);
-    CQVUserIdentity strangeId;
+    CQVUserIdentity strangeId; // of a kind from another world, which is kept and has no text
     strangeId.LoadUserIdentity(strange);
+    EXPECT_EQ(strangeId.GetType(), 7);
+    EXPECT_EQ(Printed([&](CTextOutput& out) { strangeId.PrintUserIdentity(out); }), "");
     // Who matches, of fresh, guest, bob, member and star.
     const std::pair<CQVUserIdentity, const char*> cases[] = {
         {CQVUserIdentity(), "11000"}, {Parsed("Guest"), "11000"}, {Parsed("*"), "00111"},

@@ -1,7 +1,6 @@
 #include "SecurityTesting.h"
 #include <QVLib/Security/UserIdentity.h>
 #include <gtest/gtest.h>
-#include <stdexcept>
 
 namespace {
 
@@ -12,15 +11,6 @@ std::string Describe(const CQVUserIdentity& id) {
 
 std::string Text(const CQVUserIdentity& id) {
     return Printed([&](CTextOutput& out) { id.PrintUserIdentity(out); });
-}
-
-CQVUserIdentity Loaded(const std::string& bytes) {
-    CQVUserIdentity id;
-    id.SetFromUserName("before");
-    BytesInput in(bytes);
-    id.LoadUserIdentity(in);
-    EXPECT_TRUE(in.IsEOF());
-    return id;
 }
 
 TEST(UserIdentityTest, NamesMeanKinds) {
@@ -72,23 +62,6 @@ TEST(UserIdentityTest, AFaultyTextLeavesItAlone) {
         EXPECT_EQ(Describe(id), "2:before");
         EXPECT_EQ(text.Next(), "x");
     }
-}
-
-TEST(UserIdentityTest, BinaryFormIsTheKindAndTheName) {
-    CQVUserIdentity id;
-    id.SetFromUserName("Jö");
-    const std::string bytes = Saved([&](CBinaryOutput& out) { id.SaveUserIdentity(out); });
-    EXPECT_EQ(bytes, "\x02\x02J\xC3\xB6");
-    EXPECT_TRUE(Loaded(bytes) == id);
-
-    // A kind from another world is kept, and has no text.
-    const CQVUserIdentity strange = Loaded(std::string("\x07\x01") + "a");
-    EXPECT_EQ(Describe(strange), "7:a");
-    EXPECT_EQ(Text(strange), "");
-
-    for (std::size_t cut = 0; cut < bytes.size(); ++cut)
-        EXPECT_THROW(Loaded(bytes.substr(0, cut)), CBinaryInput::EOFException);
-    EXPECT_THROW(Loaded("\x02\xFC\x9F\xBF\xBF\xBF\xBF"), std::length_error);
 }
 
 } // namespace

@@ -121,16 +121,6 @@ TEST(TextInputTest, RandomOperationsAgreeWithTheObviousReading) {
     }
 }
 
-// Pins the model down too.
-TEST(TextInputTest, EveryNewlineIsDeliveredAsOneLineFeed) {
-    const std::u32string text = U"a\r\nb\rc\n\r\r\n\u0085\nd\u2028\u2029\r";
-    TextInputU32String input(text, "n");
-    EXPECT_EQ(input.GetLineCount(), 10u);
-    input.ResetPosition();
-    EXPECT_EQ(ReadAll(input), U"a\nb\nc\n\n\n\n\nd\n\n\n");
-    EXPECT_EQ(ReadItem(input), Item(-1, 11, 1));
-}
-
 // A count leaves everything but the offset where it ended.
 TEST(TextInputTest, LineCountRestoresTheOffsetOnly) {
     TextInputQVString input("a\nb", "n");

@@ -1,7 +1,10 @@
 #include <QVPlatform/Module.h>
 #include <QVPlatform/OutputLog.h>
 #include <QVPlatform/TextLocation.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tuple>
+#include <vector>
 
 namespace {
 
@@ -22,22 +25,13 @@ TEST(OutputLog, LinesKeepKindNumberAndEveryByte) {
     PrefixedPrint(log, "plc1: ", "%c", 'x');
 
     const std::list<COutputLogToRawList::LogEntry>& entries = log.GetLogEntries();
-    ASSERT_EQ(entries.size(), 4U);
-    const struct {
-        COutputLog::LogType type;
-        int number;
-        const char* text;
-    } expected[] = {{COutputLog::Information, 0, "7 records"},
-                    {COutputLog::Error, 0, "disk full"},
-                    {COutputLog::Warning, 103, "abc"},
-                    {COutputLog::Information, 0, "plc1: x"}};
-    auto entry = entries.begin();
-    for (const auto& e : expected) {
-        EXPECT_EQ(entry->type, e.type);
-        EXPECT_EQ(entry->number, e.number);
-        EXPECT_EQ(entry->text, e.text);
-        ++entry;
-    }
+    std::vector<std::tuple<COutputLog::LogType, int, std::string>> found;
+    for (const COutputLogToRawList::LogEntry& entry : entries)
+        found.emplace_back(entry.type, entry.number, entry.text);
+    EXPECT_THAT(found, testing::ElementsAre(std::tuple(COutputLog::Information, 0, "7 records"),
+                                            std::tuple(COutputLog::Error, 0, "disk full"),
+                                            std::tuple(COutputLog::Warning, 103, "abc"),
+                                            std::tuple(COutputLog::Information, 0, "plc1: x")));
     EXPECT_EQ(log.GetFirstLogEntry(), &entries.front());
     log.Clear();
     EXPECT_TRUE(entries.empty());

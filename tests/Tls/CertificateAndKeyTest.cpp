@@ -10,6 +10,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using Pair = CertificateAndKeyInFilePath;
@@ -54,20 +55,17 @@ TEST_F(CertificateAndKeyTest, MakesASelfSignedPairAndReadsItFromThenOn) {
     EXPECT_THAT(m_Folder.List("Certificates"), testing::ElementsAre("srv.plant.cer", "srv.plant.key"));
     EXPECT_EQ(Shell("stat -c %a srv.plant.key"), "600\n");
     EXPECT_THAT(Shell("openssl pkey -noout -text -in srv.plant.key"),
-                testing::AllOf(HasSubstr("(2048 bit"), HasSubstr("publicExponent: 65537")));
+                AllOf(HasSubstr("(2048 bit"), HasSubstr("publicExponent: 65537")));
 
     const std::string text = Shell("openssl x509 -noout -text -in srv.plant.cer");
-    EXPECT_THAT(text, HasSubstr("Version: 3"));
-    EXPECT_THAT(text, HasSubstr("sha256WithRSAEncryption"));
-    EXPECT_THAT(text, HasSubstr("Subject: O = Plant, OU = Control, CN = srv.plant"));
-    EXPECT_THAT(text, HasSubstr("Issuer: O = Plant, OU = Control, CN = srv.plant"));
-    EXPECT_THAT(text, HasSubstr("00:00:00"));
+    for (const char* part :
+         {"Version: 3", "sha256WithRSAEncryption", "Subject: O = Plant, OU = Control, CN = srv.plant",
+          "Issuer: O = Plant, OU = Control, CN = srv.plant", "00:00:00", "CA:FALSE",
+          "Digital Signature, Non Repudiation, Key Encipherment, Data Encipherment, Certificate Sign",
+          "TLS Web Server Authentication, TLS Web Client Authentication",
+          "URI:urn:plant:srv, DNS:srv.plant, DNS:srv, DNS:srv-b"})
+        EXPECT_THAT(text, HasSubstr(part));
     EXPECT_THAT(text, Not(HasSubstr("critical")));
-    EXPECT_THAT(text, HasSubstr("Digital Signature, Non Repudiation, Key Encipherment, Data Encipherment, "
-                                "Certificate Sign"));
-    EXPECT_THAT(text, HasSubstr("CA:FALSE"));
-    EXPECT_THAT(text, HasSubstr("TLS Web Server Authentication, TLS Web Client Authentication"));
-    EXPECT_THAT(text, HasSubstr("URI:urn:plant:srv, DNS:srv.plant, DNS:srv, DNS:srv-b"));
     // The key is named by its identifier, as the certificate's own key.
     const std::string identifiers =
         Shell("openssl x509 -noout -ext subjectKeyIdentifier,authorityKeyIdentifier -in srv.plant.cer");
@@ -104,17 +102,15 @@ TEST_F(CertificateAndKeyTest, AnAuthorityVouchesForAServer) {
                 HasSubstr("OK"));
     EXPECT_THAT(Shell("openssl verify -x509_strict -partial_chain -trusted server.cer server.cer"),
                 HasSubstr("OK"));
-    std::string text = Shell("openssl x509 -noout -text -in authority.cer");
-    EXPECT_THAT(text, HasSubstr("Subject: O = Plant, OU = Control, CN = SCADA Server Root CA"));
-    EXPECT_THAT(text, HasSubstr("CA:TRUE"));
-    EXPECT_THAT(text, HasSubstr("Certificate Sign"));
-    EXPECT_THAT(text, Not(HasSubstr("Extended Key Usage")));
-    text = Shell("openssl x509 -noout -text -in server.cer");
-    EXPECT_THAT(text, HasSubstr("Issuer: O = Plant, OU = Control, CN = SCADA Server Root CA"));
-    EXPECT_THAT(text, HasSubstr("Subject: O = Plant, OU = Control, CN = srv.plant"));
-    EXPECT_THAT(text, Not(HasSubstr("Certificate Sign")));
-    EXPECT_THAT(text, HasSubstr("CA:FALSE"));
-    EXPECT_THAT(text, HasSubstr("TLS Web Server Authentication, TLS Web Client Authentication"));
+    EXPECT_THAT(Shell("openssl x509 -noout -text -in authority.cer"),
+                AllOf(HasSubstr("Subject: O = Plant, OU = Control, CN = SCADA Server Root CA"),
+                      HasSubstr("CA:TRUE"), HasSubstr("Certificate Sign"),
+                      Not(HasSubstr("Extended Key Usage"))));
+    EXPECT_THAT(Shell("openssl x509 -noout -text -in server.cer"),
+                AllOf(HasSubstr("Issuer: O = Plant, OU = Control, CN = SCADA Server Root CA"),
+                      HasSubstr("Subject: O = Plant, OU = Control, CN = srv.plant"), HasSubstr("CA:FALSE"),
+                      Not(HasSubstr("Certificate Sign")),
+                      HasSubstr("TLS Web Server Authentication, TLS Web Client Authentication")));
 
     // A client that trusts the authority takes the server under its names, and under no other.
     OpenSSLContext serving(true);
@@ -140,18 +136,16 @@ TEST_F(CertificateAndKeyTest, AnAuthorityVouchesForAServer) {
               CertificateAndKey::ReadValid);
     m_Network = MakeHost("SRV.plant", {"srv", "srv.plant"});
     Pair readServer("server", m_Folder.GetFilePath());
-    EXPECT_EQ(
-        readServer.ReadExisting(CertificateAndKey::CertificateEndEntity, &readAuthority, m_Network, &m_Log),
-        CertificateAndKey::ReadValid);
+    const auto read = [&](CertificateAndKey* issuer) {
+        return readServer.ReadExisting(CertificateAndKey::CertificateEndEntity, issuer, m_Network, &m_Log);
+    };
+    EXPECT_EQ(read(&readAuthority), CertificateAndKey::ReadValid);
     // A certificate that is well signed, but for another key than the one beside it, is of no use.
     Shell("cp authority.key server.key");
-    EXPECT_EQ(
-        readServer.ReadExisting(CertificateAndKey::CertificateEndEntity, &readAuthority, m_Network, &m_Log),
-        CertificateAndKey::NotValid);
+    EXPECT_EQ(read(&readAuthority), CertificateAndKey::NotValid);
     EXPECT_EQ(readServer.GetPublicCertificate().GetValidationStatus(), X509Certificate::InvalidKeyPair);
     EXPECT_EQ(readServer.GetPublicCertificate().GetX509(), nullptr);
-    EXPECT_EQ(readServer.ReadExisting(CertificateAndKey::CertificateEndEntity, nullptr, m_Network, &m_Log),
-              CertificateAndKey::NotValid);
+    EXPECT_EQ(read(nullptr), CertificateAndKey::NotValid);
 }
 
 TEST_F(CertificateAndKeyTest, RepairsWhatItFindsAndKeepsAGoodKey) {
@@ -189,8 +183,12 @@ TEST_F(CertificateAndKeyTest, RepairsWhatItFindsAndKeepsAGoodKey) {
         {"another key", ReadFile("weak.key"), certificate, "srv", 5, 2, "Not a valid key pair\n", true},
         {"another host", key, certificate, "new", 5, 5, "Certificate subject does not match the host\n",
          true},
-        {"expired", key, ReadFile("expired.cer"), "srv", 5, 4, "Public key has expired\n", false},
-        {"weak", ReadFile("weak.key"), ReadFile("weak.cer"), "srv", 5, 3, "Public key is too weak\n", false},
+        {"expired, another host", key, ReadFile("expired.cer"), "new", 5, 4, "Public key has expired\n",
+         false},
+        {"expired, another key and host", ReadFile("weak.key"), ReadFile("expired.cer"), "new", 5, 2,
+         "Not a valid key pair\n", true},
+        {"weak, another host", ReadFile("weak.key"), ReadFile("weak.cer"), "new", 5, 3,
+         "Public key is too weak\n", false},
         {"no RSA", ReadFile("ec.key"), ReadFile("ec.cer"), "srv", 5, 3, "Public key is too weak\n", false},
     };
     for (const auto& row : rows) {

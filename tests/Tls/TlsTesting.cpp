@@ -9,14 +9,6 @@
 
 namespace {
 
-std::string TakeText(BIO* bio) {
-    char* data = nullptr;
-    const long length = BIO_get_mem_data(bio, &data);
-    const std::string text(data, static_cast<size_t>(length));
-    BIO_free(bio);
-    return text;
-}
-
 void AddExtension(X509* certificate, int nid, const char* value) {
     X509V3_CTX context;
     X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
@@ -55,13 +47,11 @@ Identity::Identity(const char* commonName, const Wishes& wishes, const Identity*
 std::string Identity::GetCertificatePem() const {
     BIO* const bio = BIO_new(BIO_s_mem());
     PEM_write_bio_X509(bio, m_Certificate.get());
-    return TakeText(bio);
-}
-
-std::string Identity::GetKeyPem() const {
-    BIO* const bio = BIO_new(BIO_s_mem());
-    PEM_write_bio_PrivateKey(bio, m_Key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-    return TakeText(bio);
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(bio, &data);
+    const std::string text(data, static_cast<size_t>(length));
+    BIO_free(bio);
+    return text;
 }
 
 TlsPeer::TlsPeer(QVSocket& socket, const Identity& identity, int maxVersion) : m_Socket(socket) {

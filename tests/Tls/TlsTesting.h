@@ -28,7 +28,6 @@ struct Identity {
     Identity(const char* commonName, const Wishes& wishes, const Identity* issuer = nullptr);
 
     std::string GetCertificatePem() const;
-    std::string GetKeyPem() const;
 
     std::shared_ptr<EVP_PKEY> m_Key;
     std::shared_ptr<X509> m_Certificate;

@@ -13,17 +13,14 @@ class X509CertificateTest : public CertificateTesting {
 protected:
     X509CertificateTest() {
         // Small, since keys take long to make, and the checks are told what is enough.
-        Shell("openssl genrsa -out a.key 1024 && openssl genrsa -out b.key 1024");
-        m_pKey = ReadKey("a");
+        Shell("openssl genrsa -out a.key 1024");
+        CertificateAndKeyInFilePath pair("a", m_Folder.GetFilePath());
+        EXPECT_TRUE(pair.ReadPrivateKey(&m_Log));
+        m_pKey = pair.GetPrivateKey();
+        EVP_PKEY_up_ref(m_pKey);
     }
     ~X509CertificateTest() override { EVP_PKEY_free(m_pKey); }
 
-    EVP_PKEY* ReadKey(const char* name) {
-        CertificateAndKeyInFilePath pair(name, m_Folder.GetFilePath());
-        EXPECT_TRUE(pair.ReadPrivateKey(&m_Log));
-        EVP_PKEY_up_ref(pair.GetPrivateKey());
-        return pair.GetPrivateKey();
-    }
     // Makes "t.cer".
     void Make(CQVTimestamp notBefore, CQVTimestamp notAfter) {
         X509Certificate made;
@@ -44,44 +41,30 @@ protected:
 
 } // namespace
 
-TEST_F(X509CertificateTest, ChecksInOrderAndDropsWhatFails) {
+TEST_F(X509CertificateTest, DropsWhatFailsItsChecks) {
     Make(DaysFromNow(-20), DaysFromNow(-1));
     Shell("mv t.cer old.cer");
     Make(DaysFromNow(0), DaysFromNow(1));
-    EVP_PKEY* const other = ReadKey("b");
-    const QVNetworkInfo elsewhere = MakeHost("elsewhere", {"srv", "srv.plant"});
     const struct {
         const char* file;
         EVP_PKEY* key;
-        int bits;
-        const QVNetworkInfo* network;
-        int status;
-        const char* line;
-    } rows[] = {
-        {"old.cer", other, 2048, &elsewhere, 2, "Not a valid key pair\n"},
-        {"old.cer", nullptr, 2048, &elsewhere, 2, "Not a valid key pair\n"},
-        {"old.cer", m_pKey, 2048, &elsewhere, 4, "Public key has expired\n"},
-        {"t.cer", m_pKey, 1025, &elsewhere, 3, "Public key is too weak\n"},
-        {"t.cer", m_pKey, 1024, &elsewhere, 5, "Certificate subject does not match the host\n"},
-        {"t.cer", m_pKey, 1024, &m_Network, 1, ""},
-        {"t.cer", m_pKey, 1024, nullptr, 1, ""},
-    };
+        int bits, status;
+    } rows[] = {{"t.cer", m_pKey, 1024, X509Certificate::Valid},
+                {"t.cer", m_pKey, 1025, X509Certificate::WeakKey},
+                {"t.cer", nullptr, 1024, X509Certificate::InvalidKeyPair},
+                {"old.cer", m_pKey, 2048, X509Certificate::Expired}}; // and weak
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.status);
         X509Certificate certificate;
         EXPECT_TRUE(Read(certificate, row.file));
-        m_Log.Clear();
-        EXPECT_EQ(certificate.ValidateCertificate(row.bits, row.network, row.key, &m_Log), row.status);
-        EXPECT_EQ(certificate.GetValidationStatus(), row.status);
-        EXPECT_EQ(Lines(), row.line);
+        EXPECT_EQ(certificate.ValidateCertificate(row.bits, nullptr, row.key, &m_Log), row.status);
         EXPECT_EQ(certificate.GetX509() != nullptr, row.status == X509Certificate::Valid);
         // Without a certificate nothing is valid, and another one is judged anew.
-        const bool bLeft = certificate.ValidateCertificate(512, nullptr, m_pKey, &m_Log) == 1;
-        EXPECT_EQ(bLeft, row.status == X509Certificate::Valid);
+        EXPECT_EQ(certificate.ValidateCertificate(512, nullptr, m_pKey, &m_Log),
+                  row.status == X509Certificate::Valid ? X509Certificate::Valid
+                                                       : X509Certificate::InvalidKeyPair);
         EXPECT_TRUE(Read(certificate, "t.cer"));
         EXPECT_EQ(certificate.GetValidationStatus(), X509Certificate::NotValidated);
     }
-    EVP_PKEY_free(other);
     EXPECT_EQ(ERR_peek_error(), 0u);
 }
 

@@ -53,9 +53,7 @@ TEST_F(QvHistoryFiles, KeepsHouseDownToTheBudgets) {
 }
 
 TEST_F(QvHistoryFiles, DeletesOnlyWhenSure) {
-    const Result refused = Run("history delete t");
-    EXPECT_EQ(refused.m_ExitCode, 2);
-    EXPECT_THAT(refused.m_Error, HasSubstr("--yes"));
+    Fails(2, "history delete t", "--yes");
     EXPECT_EQ(JsonNumber(Do("history files t --json"), "records"), 600);
     EXPECT_EQ(Do("history delete t --yes --csv"), "erased_files,erased_records\n1,600\n");
     EXPECT_THAT(m_Folder.List("t"), testing::ElementsAre(".qv-lock", "tags.txt"));

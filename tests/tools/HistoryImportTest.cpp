@@ -70,9 +70,7 @@ TEST_F(QvHistoryImport, LocatesBadLinesAndLeavesTheTableAlone) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.problem);
         m_Folder.Write("in.csv", "5,first,1\n" + each.line + "\n6,new,1\n");
-        const Result result = Run("history import t in.csv");
-        EXPECT_EQ(result.m_ExitCode, 3);
-        EXPECT_THAT(result.m_Error, HasSubstr(std::string("qv: error: in.csv:2: ")));
+        const Result result = Fails(3, "history import t in.csv", std::string("qv: error: in.csv:2: "));
         EXPECT_THAT(result.m_Error, HasSubstr(each.problem));
         EXPECT_THAT(result.m_Error, HasSubstr("1 bad line; nothing was imported"));
         EXPECT_EQ(Do("history read t --csv"), before);
@@ -133,8 +131,6 @@ TEST_F(QvHistoryImport, TellsWhatIsWrongWithTags) {
 
     // New names would land in a file that nobody understands.
     m_Folder.Write("t/tags.txt", "garbage\n");
-    const Result import = Run("history import t in.csv");
-    EXPECT_EQ(import.m_ExitCode, 3);
-    EXPECT_THAT(import.m_Error,
-                HasSubstr("t/tags.txt:1: 'garbage' is no tag number (0 to 4294967295); correct"));
+    Fails(3, "history import t in.csv",
+          "t/tags.txt:1: 'garbage' is no tag number (0 to 4294967295); correct");
 }

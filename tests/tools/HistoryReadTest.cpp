@@ -91,37 +91,23 @@ TEST_F(QvHistoryRead, CountsPerTagAndInterval) {
 }
 
 TEST_F(QvHistoryRead, RefusesWhatCannotBe) {
-    for (const char* const arguments : {"",
-                                        "history",
-                                        "history read",
-                                        "history read t --bogus",
-                                        "history read t --tag nosuch",
-                                        "history read t --from tomorrow",
-                                        "history read t --last 5",
-                                        "history read t --last -5s",
-                                        "history read t --from 2021-01-02 --to 2021-01-01",
-                                        "history read t --last 1m --from 2021-01-01",
-                                        "history read t --limit -1",
-                                        "history read t --zone Nowhere",
-                                        "history read t --zone ../../etc/passwd",
-                                        "history read t --zone local --json",
-                                        "history read t --time-format d --csv",
-                                        "history stats t",
-                                        "history stats t --every 0s",
-                                        "history stats t --every 1e99d",
-                                        "history plot t --tag a --json",
-                                        "history plot t --tag a --width 5",
-                                        "history files t --json --csv",
-                                        "history read t --layout time:i64,value",
-                                        "history read t --layout value:f64",
-                                        "history read t --layout ''",
-                                        "history read t --layout time:i64,:b131065",
-                                        "history read t --layout time:i64,x:u8,x:u8",
-                                        "history read t --layout time:i64,x:b4",
-                                        "history read t --layout time:i64,:b4294967297",
-                                        "history read t --layout time:u64",
-                                        "history read t --layout time:i64,tag:f64",
-                                        "history stats t --every 1m --layout time:i64,tag:u32,:b12"}) {
+    const char* const wrong[] = {
+        "", "history", "history read", "history read t --bogus", "history read t --tag nosuch",
+        "history read t --from tomorrow", "history read t --last 5", "history read t --last -5s",
+        "history read t --from 2021-01-02 --to 2021-01-01", "history read t --last 1m --from 2021-01-01",
+        "history read t --limit -1", "history read t --zone Nowhere",
+        "history read t --zone ../../etc/passwd", "history read t --zone local --json",
+        "history read t --time-format d --csv", "history stats t", "history stats t --every 0s",
+        "history stats t --every 1e99d", "history plot t --tag a --json", "history plot t --tag a --width 5",
+        "history files t --json --csv",
+        // Layouts.
+        "history read t --layout time:i64,value", "history read t --layout value:f64",
+        "history read t --layout ''", "history read t --layout time:i64,:b131065",
+        "history read t --layout time:i64,x:u8,x:u8", "history read t --layout time:i64,x:b4",
+        "history read t --layout time:i64,:b4294967297", "history read t --layout time:u64",
+        "history read t --layout time:i64,tag:f64",
+        "history stats t --every 1m --layout time:i64,tag:u32,:b12"};
+    for (const char* const arguments : wrong) {
         const Result result = Run(arguments);
         EXPECT_EQ(result.m_ExitCode, 2) << arguments;
         EXPECT_THAT(result.m_Error, StartsWith("qv: error: ")) << arguments;
@@ -152,9 +138,7 @@ TEST_F(QvHistoryRead, KnowsOtherLayouts) {
          {"history read o", "history stats o --every 1s", "history import o in2.csv",
           "history record o --for 1s", "history housekeep o --keep 1 --max-file 1M"}) {
         m_Folder.Write("in2.csv", "7,x,1\n");
-        const Result result = Run(arguments);
-        EXPECT_EQ(result.m_ExitCode, 3) << arguments;
-        EXPECT_THAT(result.m_Error, HasSubstr("does not hold records of 24 bytes")) << arguments;
+        Fails(3, arguments, "does not hold records of 24 bytes");
     }
     EXPECT_EQ(JsonNumber(Do("history files o --json " + layout), "bytes"), 52);
 }

@@ -46,10 +46,8 @@ TEST_F(QvHistoryRecord, GoesOnWhereItStopped) {
 
 TEST_F(QvHistoryRecord, SaysWhatItLost) {
     // A file system that is full from the start: the shell limits the size of files.
-    const Result result =
-        Run("history record t --every 50ms --for 1.5s --json", "trap '' XFSZ; ulimit -f 1; ");
-    EXPECT_EQ(result.m_ExitCode, 3);
-    EXPECT_THAT(result.m_Error, HasSubstr("qv: error: Write file 't/"));
+    const Result result = Fails(3, "history record t --every 50ms --for 1.5s --json",
+                                "qv: error: Write file 't/", "trap '' XFSZ; ulimit -f 1; ");
     EXPECT_THAT(result.m_Error, HasSubstr("not everything could be recorded: File too Big"));
     const long long records = JsonNumber(result.m_Out, "records");
     const long long lost = JsonNumber(result.m_Out, "lost");

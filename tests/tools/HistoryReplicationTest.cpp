@@ -25,17 +25,6 @@ long long Now() {
     return now.GetValue();
 }
 
-// A loopback address that nobody uses at the moment.
-std::string FindFreeAddress() {
-    std::vector<QVSocketAddress> candidates;
-    qvstring problem;
-    QVSocketAddress::Resolve("127.0.0.1:0", true, candidates, problem);
-    QVSocketListener listener;
-    QVSocketAddress address;
-    EXPECT_TRUE(listener.Listen(candidates.at(0)) && listener.GetSocketName(address));
-    return address.ToText();
-}
-
 } // namespace
 
 class HistoryReplication : public QvProgram {
@@ -125,9 +114,7 @@ TEST_F(HistoryReplication, TransfersATableOnce) {
 TEST_F(HistoryReplication, SaysWhyNothingIsTransferred) {
     Do("history import m -", "printf 'time,tag,value\\n1,a,1\\n' |");
     const std::string to = " --once --timeout 200ms --to ";
-    const Result alone = Run("history replicate m" + to + m_Address);
-    EXPECT_EQ(alone.m_ExitCode, 3);
-    EXPECT_THAT(alone.m_Error, HasSubstr("is not connected: No such file or directory"));
+    Fails(3, "history replicate m" + to + m_Address, "is not connected: No such file or directory");
     EXPECT_EQ(Run("history replicate m --to nowhere").m_ExitCode, 2);
     EXPECT_EQ(Run("history standby s --listen host:99999").m_ExitCode, 2);
     EXPECT_EQ(Run("history standby s --listen unix:missing/socket").m_ExitCode, 3);
@@ -173,7 +160,7 @@ TEST_F(HistoryReplication, LosesNothingWhenTheRecorderAndTheStandbyAreKilled) {
 // The same with a clock that runs a minute every millisecond, so that files are split and trimmed all the
 // time, and in some of the main's lives with records that come late.
 TEST_F(HistoryReplication, LosesNothingWhenFilesAreSplitAndTrimmedBetweenKills) {
-    m_Address = FindFreeAddress();
+    m_Address = FreeAddress();
     const long long start = Now();
     long long written = 0;
     unsigned int life = 0;

@@ -178,43 +178,18 @@ TEST_F(QvJson, CheckGoesOnAndCounts) {
 TEST_F(QvJson, ExitCodesAreTheSameUnderEveryFormat) {
     m_Folder.Write("in", "{\"a\":1}");
     m_Folder.Write("bad", "{\"a\":}");
-    const struct {
-        const char* arguments;
-        int exitCode;
-    } cases[] = {
-        {"format in", 0},
-        {"format bad", 1},
-        {"format nowhere", 3},
-        {"format .", 3},
-        {"check bad", 1},
-        {"check nowhere", 3},
-        {"check", 2},
-        {"eval a in", 0},
-        {"eval z in", 1},
-        {"eval 'a +' in", 1},
-        {"eval '(-\"x\")' in", 1},
-        {"eval -- -a in", 0},
-        {"eval a bad", 1},
-        {"eval a nowhere", 3},
-        {"eval a bad --lines", 1},
-        {"eval a --lines nowhere", 3},
-        {"eval", 2},
-        {"eval -a in", 2},
-        {"print 'a + 1'", 0},
-        {"print 'a b'", 1},
-        {"print 1234567", 1},
-        {"print", 2},
-        {"format in --compact --pretty", 2},
-        {"", 2},
-        {"format in in", 2},
-        {"sort in", 2},
-        {"eval format in", 1},
-    };
-    for (const auto& each : cases) {
-        for (const char* const format : {"", "--json ", "--csv "}) {
-            SCOPED_TRACE(each.arguments);
-            EXPECT_EQ(Run(std::string(format) + "json " + each.arguments).m_ExitCode, each.exitCode)
-                << format;
+    const std::vector<const char*> argumentsOf[] = {
+        {"format in", "eval a in", "eval -- -a in", "print 'a + 1'"},
+        {"format bad", "check bad", "eval z in", "eval 'a +' in", "eval '(-\"x\")' in", "eval a bad",
+         "eval a bad --lines", "print 'a b'", "print 1234567", "eval format in"},
+        {"check", "eval", "eval -a in", "print", "format in --compact --pretty", "", "format in in",
+         "sort in"},
+        {"format nowhere", "format .", "check nowhere", "eval a nowhere", "eval a --lines nowhere"}};
+    for (int exitCode = 0; exitCode <= 3; ++exitCode) {
+        for (const char* const arguments : argumentsOf[exitCode]) {
+            for (const char* const format : {"", "--json ", "--csv "})
+                EXPECT_EQ(Run(std::string(format) + "json " + arguments).m_ExitCode, exitCode)
+                    << format << arguments;
         }
     }
 }
@@ -268,7 +243,7 @@ TEST_F(QvJson, EvalOfLinesStreams) {
                                                  "yes 1 | tr -d '\\n' | head -c 70000000; echo; "
                                                  "echo '{\"v\":8}') |");
     EXPECT_EQ(result.m_ExitCode, 1);
-    EXPECT_EQ(result.m_Out, Repeat("7\n", 100'000) + "8\n");
+    EXPECT_TRUE(result.m_Out == Repeat("7\n", 100'000) + "8\n");
     EXPECT_EQ(result.m_Error, "standard input(100001,1-1): error: The line is longer than 64 MiB.\n"
                               "  100001 |\n         | ^\n");
 }

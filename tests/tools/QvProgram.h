@@ -3,6 +3,8 @@
 
 #include "support/TemporaryFolder.h"
 
+#include <QVPlatform/Socket.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -36,10 +38,31 @@ protected:
         return result.m_Out;
     }
 
+    // Runs a command that must end with this exit code and say `text` on the error stream, among other things.
+    Result Fails(int exitCode, const std::string& arguments, const std::string& text,
+                 const std::string& before = "") {
+        Result result = Run(arguments, before);
+        EXPECT_EQ(result.m_ExitCode, exitCode) << arguments << "\n" << result.m_Error;
+        EXPECT_NE(result.m_Error.find(text), std::string::npos) << text << " is missing in\n"
+                                                                << result.m_Error;
+        return result;
+    }
+
     // Makes the table "t" from CSV text.
     void Import(const std::string& csv) {
         m_Folder.Write("in.csv", csv);
         Do("history import t in.csv");
+    }
+
+    // A loopback address that nobody uses at the moment.
+    static std::string FreeAddress() {
+        std::vector<QVSocketAddress> candidates;
+        qvstring problem;
+        QVSocketAddress::Resolve("127.0.0.1:0", true, candidates, problem);
+        QVSocketListener listener;
+        QVSocketAddress address;
+        EXPECT_TRUE(listener.Listen(candidates.at(0)) && listener.GetSocketName(address));
+        return address.ToText();
     }
 
     TemporaryFolder m_Folder;

@@ -42,18 +42,15 @@ TEST_F(RightsTool, CheckShowsEachFaultUnderItsLine) {
 
     WriteRights("bad.conf",
                 "root: World=Full;\r\nbob World=Full;\njohn.doe: World=Write;\n*: ZoneE=Write;\n");
-    const Result result = Run("rights check bad.conf");
-    EXPECT_EQ(result.m_ExitCode, 1);
-    EXPECT_THAT(result.m_Error, HasSubstr("bad.conf(2,5-10): error 101: Found 'World' when expecting ':'.\n"
-                                          "  2 | bob World=Full;\n"
-                                          "    |     ^^^^^\n"));
+    const Result result = Fails(1, "rights check bad.conf",
+                                "bad.conf(2,5-10): error 101: Found 'World' when expecting ':'.\n"
+                                "  2 | bob World=Full;\n"
+                                "    |     ^^^^^\n");
     EXPECT_THAT(result.m_Error, HasSubstr("bad.conf(3,5-6): error 101: Found '.' when expecting ':'.\n"));
     EXPECT_THAT(result.m_Error,
                 HasSubstr("bad.conf(4,4-9): error 960: User rights zone 'ZoneE', invalid.\n"));
-    const Result json = Run("rights check bad.conf --json");
-    EXPECT_EQ(json.m_ExitCode, 1);
-    EXPECT_THAT(json.m_Error,
-                HasSubstr("\"line\":4,\"column\":4,\"end_column\":9,\"kind\":\"error\",\"number\":960"));
+    Fails(1, "rights check bad.conf --json",
+          "\"line\":4,\"column\":4,\"end_column\":9,\"kind\":\"error\",\"number\":960");
 
     EXPECT_EQ(Run("rights check missing.conf").m_ExitCode, 3);
     EXPECT_EQ(Run("rights check").m_ExitCode, 2);
@@ -66,15 +63,12 @@ TEST_F(RightsTool, CheckFindsWhatProgramsPassOver) {
     std::filesystem::permissions(m_Folder.File("open.conf").GetPath(),
                                  perms::group_write | perms::others_write,
                                  std::filesystem::perm_options::add);
-    const Result open = Run("rights check open.conf");
-    EXPECT_EQ(open.m_ExitCode, 1);
-    EXPECT_THAT(open.m_Error, HasSubstr("warning: The file's group may write"));
+    const Result open = Fails(1, "rights check open.conf", "warning: The file's group may write");
     EXPECT_THAT(open.m_Error, HasSubstr("warning: Everybody on this machine may write"));
 
     WriteBinary("Rights.qvusr");
-    const Result binary = Run("rights check Rights.qvusr");
-    EXPECT_EQ(binary.m_ExitCode, 1);
-    EXPECT_THAT(binary.m_Error, HasSubstr("The entry of 'john.doe' cannot be read back"));
+    const Result binary =
+        Fails(1, "rights check Rights.qvusr", "The entry of 'john.doe' cannot be read back");
     EXPECT_THAT(binary.m_Error, HasSubstr("The entry of 'bob' cannot be read back"));
     EXPECT_THAT(binary.m_Error, testing::Not(HasSubstr("carol")));
     EXPECT_THAT(Run("rights show .").m_Out, HasSubstr("0x800"));
@@ -155,9 +149,8 @@ TEST_F(RightsTool, LogonAsksTheSystem) {
               "alice is logged on; groups: audit,operators\n");
     EXPECT_EQ(Do("rights logon bob --service special --json", "printf pw | " + environment),
               "{\"user\":\"bob\",\"result\":\"logged on\",\"error\":0,\"text\":\"\",\"groups\":\"\"}\n");
-    const Result wrong = Run("rights logon alice", "echo wrong | " + environment);
-    EXPECT_EQ(wrong.m_ExitCode, 1);
-    EXPECT_THAT(wrong.m_Error, HasSubstr("'alice' is refused: Authentication failure"));
+    const Result wrong = Fails(1, "rights logon alice", "'alice' is refused: Authentication failure",
+                               "echo wrong | " + environment);
     EXPECT_THAT(wrong.m_Error, testing::Not(HasSubstr("wrong")));
     EXPECT_EQ(Run("rights logon alice </dev/null", environment).m_ExitCode, 3);
 }

@@ -176,9 +176,8 @@ TEST_F(Serial, TalkTellsWhyAPortCannotBeUsed) {
     int handle = -1;
     ASSERT_EQ(QVSerialDevice::Open(m_Device.GetName(), handle), 0);
     ASSERT_EQ(QVSerialDevice::Lock(handle), 0);
-    const Result locked = Run(talk + " '' --trace");
-    EXPECT_EQ(locked.m_ExitCode, 3);
-    EXPECT_THAT(locked.m_Error, HasSubstr(" ) returns error 16: Device or resource busy\nqv: error: '"));
+    const Result locked =
+        Fails(3, talk + " '' --trace", " ) returns error 16: Device or resource busy\nqv: error: '");
     EXPECT_THAT(locked.m_Error,
                 HasSubstr("': Cannot lock port: Device or resource busy; another program has the port\n"));
     EXPECT_EQ(QVSerialDevice::Close(handle), 0);

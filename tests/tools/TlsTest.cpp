@@ -2,8 +2,6 @@
 
 #include "support/ChildProcess.h"
 
-#include <QVPlatform/Socket.h>
-
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -32,15 +30,6 @@ protected:
             m_Folder.GetPath() + "/server.log");
         for (int i = 0; i < 100 && Connect("--insecure", "").m_ExitCode == 3; ++i) // until it listens
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    static std::string FreeAddress() {
-        std::vector<QVSocketAddress> candidates;
-        qvstring problem;
-        QVSocketListener listener;
-        QVSocketAddress address;
-        EXPECT_TRUE(QVSocketAddress::Resolve("127.0.0.1:0", true, candidates, problem) &&
-                    listener.Listen(candidates.at(0)) && listener.GetSocketName(address));
-        return address.ToText();
     }
     Result Connect(const std::string& options, const std::string& input) {
         return Run("tls connect " + m_Address + " " + options, "printf '" + input + "' |");

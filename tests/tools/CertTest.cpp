@@ -20,9 +20,7 @@ protected:
         EXPECT_EQ(result.m_Error, "");
         return result.m_Out;
     }
-    void Shell(const std::string& command) {
-        EXPECT_EQ(std::system(("cd '" + m_Folder.GetPath() + "/Certificates' && " + command).c_str()), 0);
-    }
+    void InFolder(const std::string& command) { EXPECT_EQ(Shell("cd Certificates && " + command), 0); }
 };
 
 } // namespace
@@ -52,11 +50,11 @@ TEST_F(QvCert, MakesShowsAndChecksTheCertificateOfAServer) {
               "host\"}\n");
     // An authority is for no host. A server need not have its key.
     EXPECT_THAT(Do("cert check . authority --json"), HasSubstr("\"finding\":\"none\""));
-    Shell("mv authority.key other.key");
+    InFolder("mv authority.key other.key");
     Do("cert check . " + host);
-    Shell("cp other.key srv.key && cp authority.cer other.cer");
+    InFolder("cp other.key srv.key && cp authority.cer other.cer");
     EXPECT_EQ(Find(host), "srv: the certificate is for another key than the one beside it\n");
-    Shell("mv srv.cer authority.cer");
+    InFolder("mv srv.cer authority.cer");
     result = Run("cert check . srv");
     EXPECT_EQ(result.m_ExitCode, 3);
     EXPECT_THAT(result.m_Error, AllOf(HasSubstr("'srv' cannot be read"), HasSubstr("Certificate not found")));
@@ -69,7 +67,7 @@ TEST_F(QvCert, FindsWhatIsWeakOldOrWronglySigned) {
     Do("cert init . good --type self --host a");
     const std::string request =
         " -subj /CN=a -addext subjectAltName=DNS:a -x509 -nodes -keyout t.key -out t.cer 2>/dev/null";
-    Shell("openssl req -newkey rsa:1024 -days 100" + request);
+    InFolder("openssl req -newkey rsa:1024 -days 100" + request);
     EXPECT_THAT(Find("t --host a"), HasSubstr("t: its key is too weak; RSA keys have 2048 bits at least"));
     CQVTimestamp past;
     ASSERT_TRUE(past.FromText("2020-01-01"));
@@ -82,7 +80,7 @@ TEST_F(QvCert, FindsWhatIsWeakOldOrWronglySigned) {
     // The authority of a server has been made anew, with another key.
     Do("cert init . authority --type authority");
     Do("cert init . t --type server --host a");
-    Shell("cp good.key authority.key");
+    InFolder("cp good.key authority.key");
     Do("cert init . authority --type authority");
     EXPECT_EQ(Find("t --host a"), "t: its signature is not that of the authority 'authority'\n");
 

@@ -52,8 +52,7 @@ protected:
         m_Folder.Write("user-rights.conf", "maria: ZoneA=Write;\n");
         m_Folder.Write("before.conf", "maria: ZoneA=Write;\n");
         m_Folder.Write("build.log", "Plant/Logic(12,5-9): warning 906: text\n");
-        std::system(("chmod 640 '" + m_Folder.GetPath() + "'/*.conf; mkdir '" + m_Folder.GetPath() + "/new'")
-                        .c_str());
+        EXPECT_EQ(Shell("chmod 640 *.conf; mkdir new"), 0);
         Do("history import plant readings.csv");
         Do("history import copy readings.csv");
     }
@@ -62,9 +61,7 @@ protected:
     int RunExample(const std::string& example) {
         const std::string program = QV_PROGRAM;
         const std::string path = "PATH='" + program.substr(0, program.rfind('/')) + "':$PATH; ";
-        return std::system(
-            ("cd '" + m_Folder.GetPath() + "'; exec >out.txt 2>err.txt </dev/null; " + path + example)
-                .c_str());
+        return Shell("exec >out.txt 2>err.txt </dev/null; " + path + example);
     }
 
     CLI::App m_App{"command-line tool of QVLib", "qv"};
@@ -129,10 +126,8 @@ TEST_F(QvHelp, HelpPrintsWhatTheOptionPrints) {
 TEST_F(QvHelp, TheManualHasEveryCommandAndOption) {
     std::string manual = Do("help --man");
     m_Folder.Write("qv.1", manual);
-    if (std::system("command -v man >/dev/null") == 0) {
-        const std::string man =
-            "cd '" + m_Folder.GetPath() + "' && MANWIDTH=120 man --warnings -E UTF-8 -l qv.1 2>&1 >qv.txt";
-        EXPECT_EQ(std::system((man + " | tee warnings.txt").c_str()), 0);
+    if (Shell("command -v man >/dev/null") == 0) {
+        EXPECT_EQ(Shell("MANWIDTH=120 man --warnings -E UTF-8 -l qv.1 2>&1 >qv.txt | tee warnings.txt"), 0);
         EXPECT_EQ(m_Folder.Read("warnings.txt"), "");
         EXPECT_THAT(m_Folder.Read("qv.txt"), HasSubstr("qv history read DIR [OPTION]..."));
     }
@@ -162,8 +157,7 @@ TEST_F(QvHelp, CompletionOffersWhatThereIs) {
         script += "ask " + command.m_Name + " ''\nask " + command.m_Name + " -\n";
     script += "ask qv --json history read plant --z\n";
     m_Folder.Write("complete.bash", script);
-    const std::string folder = "'" + m_Folder.GetPath() + "'";
-    ASSERT_EQ(std::system(("bash " + folder + "/complete.bash >" + folder + "/words").c_str()), 0);
+    ASSERT_EQ(Shell("bash complete.bash >words"), 0);
 
     std::istringstream words(m_Folder.Read("words"));
     const auto nextWords = [&] {

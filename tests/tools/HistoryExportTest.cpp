@@ -21,11 +21,6 @@ std::string FromHex(const std::string& text) {
     return bytes;
 }
 
-int ShellExitCode(const std::string& command) {
-    const int status = std::system(command.c_str());
-    return status % 256 == 0 ? status / 256 : -1;
-}
-
 // Every type, and bytes to pass over in the middle and at the end.
 const std::string AllTypes = " --layout time:i64,tag:u64,a:i8,b:u8,:b3,c:i16,d:u16,e:i32,f:u32,g:i64,h:f32,"
                              "value:f64,:u16";
@@ -112,16 +107,16 @@ TEST_F(QvHistoryExport, LeavesOutTornRecordsAndThoseBeyondTheRange) {
 
 TEST_F(QvHistoryExport, FailsWhenTheOutputDoes) {
     ImportMany();
-    const std::string qv = "cd '" + m_Folder.GetPath() + "' && '" QV_PROGRAM "' history export t --format ";
-    EXPECT_EQ(ShellExitCode(qv + "rowbinary >/dev/full 2>err.txt"), 3);
+    const std::string qv = "'" QV_PROGRAM "' history export t --format ";
+    EXPECT_EQ(Shell(qv + "rowbinary >/dev/full 2>err.txt"), 3);
     EXPECT_THAT(m_Folder.Read("err.txt"), HasSubstr("No space left"));
     EXPECT_EQ(Run("history export t --format pgcopy --output /dev/full").m_ExitCode, 3);
     // More than a pipe holds, and nobody reads it.
-    EXPECT_EQ(ShellExitCode("(" + qv + "csv 2>err.txt; echo $? >code.txt) | true"), 0);
+    EXPECT_EQ(Shell("(" + qv + "csv 2>err.txt; echo $? >code.txt) | true"), 0);
     EXPECT_EQ(m_Folder.Read("code.txt"), "3\n");
     // A terminal gets text only.
-    EXPECT_EQ(ShellExitCode("script -qec \"" + qv + "rowbinary\" /dev/null >/dev/null </dev/null"), 2);
-    EXPECT_EQ(ShellExitCode("script -qec \"" + qv + "csv\" /dev/null >/dev/null </dev/null"), 0);
+    EXPECT_EQ(Shell("script -qec \"" + qv + "rowbinary\" /dev/null >/dev/null </dev/null"), 2);
+    EXPECT_EQ(Shell("script -qec \"" + qv + "csv\" /dev/null >/dev/null </dev/null"), 0);
 
     // Nothing stays of a file that could not become whole.
     m_Folder.Write("early.csv", "time,tag,value\n2000-01-01,1,1\n");
@@ -138,10 +133,8 @@ TEST_F(QvHistoryExport, MissesAFileThatIsErasedMeanwhile) {
     ImportMany(20'000);
     EXPECT_EQ(Run("history housekeep t --keep 100000 --max-file 24000").m_ExitCode, 0);
     // The first byte arrives with many more than the pipe holds, so the export then waits until it is read.
-    EXPECT_EQ(ShellExitCode("cd '" + m_Folder.GetPath() +
-                            "' && ('" QV_PROGRAM
-                            "' history export t --format csv 2>err.txt; echo $? >code.txt) |"
-                            " (head -c 1 >/dev/null; rm \"$(ls t/*.qvhis | tail -1)\"; cat >/dev/null)"),
+    EXPECT_EQ(Shell("('" QV_PROGRAM "' history export t --format csv 2>err.txt; echo $? >code.txt) |"
+                    " (head -c 1 >/dev/null; rm \"$(ls t/*.qvhis | tail -1)\"; cat >/dev/null)"),
               0);
     EXPECT_EQ(m_Folder.Read("code.txt"), "3\n");
     EXPECT_THAT(m_Folder.Read("err.txt"), HasSubstr(".qvhis cannot be read: No such file"));
@@ -178,26 +171,22 @@ protected:
         m_Socket = m_Folder.GetPath() + "/pg";
         std::string user;
         std::filesystem::create_directory(m_Socket);
-        if (std::system("test \"$(id -u)\" = 0") == 0) {
+        if (Shell("test \"$(id -u)\" = 0") == 0) {
             user = "setpriv --reuid=postgres --regid=postgres --init-groups ";
-            ASSERT_EQ(
-                std::system(
-                    ("chown postgres '" + m_Socket + "' && chmod a+x '" + m_Folder.GetPath() + "'").c_str()),
-                0);
+            ASSERT_EQ(Shell("chown postgres pg && chmod a+x ."), 0);
         }
-        m_AsUser = "cd '" + m_Socket + "' && exec timeout --signal=INT 60 " + user + m_Programs;
-        const std::string make =
-            m_AsUser + "/initdb -D data -U tester -A trust -E UTF8 --locale=C --no-sync >../initdb.txt 2>&1";
-        ASSERT_EQ(std::system(make.c_str()), 0) << m_Folder.Read("initdb.txt");
+        m_AsUser = "cd pg && exec timeout --signal=INT 60 " + user + m_Programs;
+        ASSERT_EQ(
+            Shell(m_AsUser +
+                  "/initdb -D data -U tester -A trust -E UTF8 --locale=C --no-sync >../initdb.txt 2>&1"),
+            0)
+            << m_Folder.Read("initdb.txt");
         // The time limit ends the server even if the test is killed. Another time zone must not matter.
-        const std::string start = "(" + m_AsUser + "/postgres -D data -k '" + m_Socket +
-                                  "' -c listen_addresses= -c fsync=off -c timezone=Asia/Tokyo) "
-                                  ">'" +
-                                  m_Folder.GetPath() + "/server.txt' 2>&1 &";
-        ASSERT_EQ(std::system(start.c_str()), 0);
+        ASSERT_EQ(Shell("(" + m_AsUser + "/postgres -D data -k '" + m_Socket +
+                        "' -c listen_addresses= -c fsync=off -c timezone=Asia/Tokyo) >server.txt 2>&1 &"),
+                  0);
         m_bStarted = true;
-        const std::string ready = m_Programs + "/pg_isready -q -h '" + m_Socket + "'";
-        for (int tries = 0; std::system(ready.c_str()) != 0; ++tries) {
+        for (int tries = 0; Shell(m_Programs + "/pg_isready -q -h '" + m_Socket + "'") != 0; ++tries) {
             ASSERT_LT(tries, 100) << m_Folder.Read("server.txt");
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
@@ -205,15 +194,15 @@ protected:
     void TearDown() override {
         if (!m_bStarted)
             return;
-        const std::string stop = m_AsUser + "/pg_ctl -D data -m fast -w stop >../stop.txt 2>&1";
-        EXPECT_EQ(std::system(stop.c_str()), 0) << m_Folder.Read("stop.txt");
+        EXPECT_EQ(Shell(m_AsUser + "/pg_ctl -D data -m fast -w stop >../stop.txt 2>&1"), 0)
+            << m_Folder.Read("stop.txt");
     }
 
     // What psql prints for the SQL in a file of the test's folder.
     std::string Sql(const std::string& sql) {
         m_Folder.Write("sql.txt", sql);
-        EXPECT_EQ(ShellExitCode("cd '" + m_Folder.GetPath() + "' && psql -X -q -A -t -h '" + m_Socket +
-                                "' -U tester -d postgres -v ON_ERROR_STOP=1 -f sql.txt >rows.txt 2>&1"),
+        EXPECT_EQ(Shell("psql -X -q -A -t -h '" + m_Socket +
+                        "' -U tester -d postgres -v ON_ERROR_STOP=1 -f sql.txt >rows.txt 2>&1"),
                   0)
             << sql << m_Folder.Read("rows.txt");
         return m_Folder.Read("rows.txt");

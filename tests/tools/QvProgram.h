@@ -20,14 +20,17 @@ protected:
         std::string m_Error;
     };
 
+    // The exit code of a shell command in the test's folder, -1 when a signal ended it.
+    int Shell(const std::string& command) const {
+        const int status = std::system(("cd '" + m_Folder.GetPath() + "' && " + command).c_str());
+        return status % 256 == 0 ? status / 256 : -1;
+    }
+
     // `arguments` go through the shell, in the test's folder; `before` stands in front of the program: a pipe into
     // it, or a limit.
     Result Run(const std::string& arguments, const std::string& before = "") {
-        const std::string command = "cd '" + m_Folder.GetPath() + "' && " + before + " '" QV_PROGRAM "' " +
-                                    arguments + " >out.txt 2>err.txt";
-        const int status = std::system(command.c_str());
-        // The shell's exit code is in the second byte of what it leaves behind.
-        return {status % 256 == 0 ? status / 256 : -1, m_Folder.Read("out.txt"), m_Folder.Read("err.txt")};
+        const int exitCode = Shell(before + " '" QV_PROGRAM "' " + arguments + " >out.txt 2>err.txt");
+        return {exitCode, m_Folder.Read("out.txt"), m_Folder.Read("err.txt")};
     }
 
     // Runs a command that must succeed and say nothing on the error stream; returns what it printed.

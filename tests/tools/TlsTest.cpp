@@ -16,12 +16,11 @@ namespace {
 class QvTls : public QvProgram {
 protected:
     void StartServer() {
-        ASSERT_EQ(std::system(("cd '" + m_Folder.GetPath() +
-                               "' && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes "
-                               "-keyout key.pem -out server.pem -subj /CN=plant -days 30 "
-                               "-addext subjectAltName=DNS:plant.example,IP:127.0.0.1 2>req.txt")
-                                  .c_str()),
-                  0);
+        ASSERT_EQ(
+            Shell("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem "
+                  "-out server.pem -subj /CN=plant -days 30 "
+                  "-addext subjectAltName=DNS:plant.example,IP:127.0.0.1 2>req.txt"),
+            0);
         m_Address = FreeAddress();
         m_Server = std::make_unique<ChildProgram>(
             std::vector<std::string>{"/usr/bin/openssl", "s_server", "-accept", m_Address, "-rev", "-cert",

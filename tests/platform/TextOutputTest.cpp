@@ -55,18 +55,6 @@ TEST(TextOutput, IndentsLinesThatHaveCharacters) {
     EXPECT_EQ(output.GetString(), "\n  x\xE2\x82\xAC");
 }
 
-TEST(TextOutput, PrintsTextOfAnyLengthAndReplacesOnlyMalformedBytes) {
-    for (size_t length : {0U, 1023U, 1024U, 70000U}) {
-        const std::string body(length, '%');
-        CTextOutputString output;
-        output.Print("%s\xE2\x82\xAC%s", body.c_str(), "\xFF!");
-        EXPECT_EQ(output.GetString(), body + "\xE2\x82\xAC\xEF\xBF\xBD!");
-    }
-    CTextOutputString output;
-    output.WriteString(std::string("a\0\xED\xA0\x80", 5)); // a zero and a single surrogate pass as they are
-    EXPECT_EQ(output.GetString(), std::string("a\0\xED\xA0\x80", 5));
-}
-
 TEST(TextOutput, Base64) {
     const std::string cases[][2] = {{"", ""},
                                     {"f", "Zg=="},

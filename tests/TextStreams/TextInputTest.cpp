@@ -1,4 +1,6 @@
+#include "ChunkedInput.h"
 #include "TextInputModel.h"
+#include <QVLib/TextStreams/TextInputEncoded.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/TextOutput.h>
 #include <cstring>
@@ -20,33 +22,6 @@ CTextOutputString* WriteTextOutput(const std::string& bytes) {
     output->WriteString(bytes);
     return output;
 }
-
-// An input that supplies its code points one by one, as those over files do.
-class ListInput : public CTextInput {
-public:
-    explicit ListInput(const std::vector<int>& codePoints) : m_CodePoints(codePoints) {}
-    ListInput(const std::vector<int>& codePoints, const CQVTextLocation& start)
-        : CTextInput(start), m_CodePoints(codePoints) {}
-
-    long long Tell() const override { return static_cast<long long>(m_Next); }
-    void Seek(long long offset) override { m_Next = static_cast<std::size_t>(offset); }
-    bool ReadNextCodePoint(int& codePoint) override {
-        if (m_Next == m_CodePoints.size())
-            return false;
-        codePoint = m_CodePoints[m_Next++];
-        return true;
-    }
-    void IncrementPosition(int codePoint) override {
-        m_Delivered.push_back(codePoint);
-        CTextInput::IncrementPosition(codePoint);
-    }
-
-    std::vector<int> m_Delivered;
-
-private:
-    std::vector<int> m_CodePoints;
-    std::size_t m_Next = 0;
-};
 
 // What the platform's decoders say, up to the first byte that the strict one refuses.
 Decoded Decode(const std::string& bytes, bool strict) {
@@ -111,7 +86,8 @@ TEST(TextInputTest, RandomOperationsAgreeWithTheObviousReading) {
         ASSERT_TRUE(compare("bytes", new TextInputQVString(bytes.data(), length, "n"), lenient));
         ASSERT_TRUE(compare("counted UTF-8", new CTextInputUtf8(counted8.get()), strict));
         ASSERT_TRUE(compare("UTF-32", new TextInputU32String(text32, "n"), utf32));
-        ASSERT_TRUE(compare("list", new ListInput(lenient.m_CodePoints), utf32));
+        const unsigned int readSize = ReadSizes[Pick(random, std::size(ReadSizes))];
+        ASSERT_TRUE(compare("chunks", new ChunkedInput(bytes, readSize), lenient));
         if (isWellFormed) {
             CTextInput* const written = new CTextInputFromTextOutputString(WriteTextOutput(bytes), "n");
             ASSERT_TRUE(compare("text output", written, lenient));
@@ -167,14 +143,24 @@ TEST(TextInputTest, LocationsKeepTheNameTheyWereReadUnder) {
     EXPECT_EQ(second.GetSourceNameRef()->GetName(), "new");
 
     // Embedded text goes on from a location of the larger text, under its name.
-    ListInput embedded({'x', 13, 10, 'y'}, second);
+    TextInputFromRawData embedded(reinterpret_cast<const unsigned char*>("x"), 1, second);
     EXPECT_EQ(ReadItem(embedded), Item('x', 1, 2));
     embedded.GetName(name);
     EXPECT_EQ(name, "new");
-    ReadAll(embedded);
-    EXPECT_EQ(embedded.m_Delivered, (std::vector<int>{'x', 10, 'y'}));
-
-    ListInput unnamed({});
+    TextInputFromRawData unnamed(nullptr, 0);
     unnamed.GetName(name);
     EXPECT_EQ(name, "");
+}
+
+TEST(TextInputTest, AnInputWithoutAWindowMovesItsLocationItself) {
+    class Input : public TextInputU32String {
+    public:
+        using TextInputU32String::TextInputU32String;
+        void IncrementPosition(int codePoint) override { m_Delivered.push_back(codePoint); }
+        std::vector<int> m_Delivered;
+    };
+    Input input(U"x\r\ny", 4, "n");
+    EXPECT_EQ(ReadAll(input), U"x\ny");
+    EXPECT_EQ(input.m_Delivered, (std::vector<int>{'x', 10, 'y'}));
+    EXPECT_EQ(ReadItem(input), Item(-1, 1, 1));
 }

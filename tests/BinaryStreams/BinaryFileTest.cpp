@@ -4,10 +4,10 @@
 #include <QVLib/BinaryStreams/BinaryFile.h>
 #include <QVPlatform/Module.h>
 #include <QVPlatform/OutputLog.h>
+#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <random>
 #include <support/FaultFileSystem.h>
 #include <support/FaultSystemCalls.h>
 #include <support/TemporaryFolder.h>
@@ -15,13 +15,6 @@
 namespace {
 
 constexpr BinaryStringLength Mode = BinaryStringLengthUTF8Character;
-
-std::string Numbered(size_t size) {
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; i++)
-        bytes[i] = static_cast<char>(i * 7 + i / 256);
-    return bytes;
-}
 
 class BinaryFiles : public testing::Test {
 protected:
@@ -39,51 +32,17 @@ protected:
     COutputLogToString m_Log;
 };
 
-TEST_F(BinaryFiles, InputMatchesTheFileUnderRandomReadsAndSeeks) {
-    const std::string content = Numbered(10'000);
-    m_Folder.Write("a", content);
-    CBinaryInputFile input(Mode);
-    ASSERT_TRUE(input.OpenBinaryFile(m_Folder.File("a")));
+TEST_F(BinaryFiles, InputIsLikeAString) {
     std::mt19937 random(2);
-    size_t position = 0;
-    for (int i = 0; i < 20'000; i++) {
-        if (random() % 16 == 0) {
-            position = random() % (content.size() + 1);
-            ASSERT_TRUE(input.Seek(static_cast<unsigned int>(position)));
-        }
-        static constexpr unsigned int counts[] = {0, 1, 2, 8, 100, 1023, 1024, 1025, 2000, 5000};
-        const unsigned int count = counts[random() % std::size(counts)];
-        std::string read(count, '\0');
-        try {
-            input.Read(read.data(), count);
-            ASSERT_EQ(read, content.substr(position, count));
-            position += count;
-        } catch (const CBinaryInput::EOFException& e) {
-            ASSERT_GT(position + count, content.size());
-            ASSERT_EQ(e.GetPosition(), position);
-            ASSERT_EQ(e.GetCount(), count);
-            ASSERT_TRUE(input.Seek(static_cast<unsigned int>(position)));
-        }
-        ASSERT_EQ(input.Tell(), position);
-        ASSERT_EQ(input.IsEOF(), position == content.size());
+    for (const size_t size : {0u, 1u, 1024u, 10'000u}) {
+        const std::string content = Numbered(size);
+        m_Folder.Write("a", content);
+        CBinaryInputFile input(Mode);
+        ASSERT_TRUE(input.OpenBinaryFile(m_Folder.File("a")));
+        InputBesideAString model(input, content, InputBesideAString::LeavesAll);
+        model.m_bSeeksBeyond = false;
+        model.Steps(random, 5000);
     }
-}
-
-// A failed small read leaves what it read ahead, a failed large one leaves nothing.
-TEST_F(BinaryFiles, InputAfterAFailedRead) {
-    m_Folder.Write("a", Numbered(1500));
-    CBinaryInputFile input(Mode);
-    ASSERT_TRUE(input.OpenBinaryFile(m_Folder.File("a")));
-    char buffer[3000];
-    input.Read(buffer, 1000);
-    EXPECT_FALSE(input.TryRead(buffer, 1000)); // 24 were buffered, 476 are left
-    EXPECT_EQ(input.Tell(), 1000u);
-    EXPECT_TRUE(input.TryRead(buffer, 476));
-    EXPECT_FALSE(input.TryRead(buffer, 1));
-    ASSERT_TRUE(input.Seek(0));
-    EXPECT_FALSE(input.TryRead(buffer, 3000));
-    EXPECT_FALSE(input.TryRead(buffer, 1));
-    EXPECT_EQ(input.Tell(), 0u);
 }
 
 TEST_F(BinaryFiles, InputFailuresCarryTheSystemsError) {
@@ -129,22 +88,12 @@ TEST_F(BinaryFiles, OutputIsCachedUpTo1024Bytes) {
     CBinaryOutputFile output(&files, Mode);
     EXPECT_TRUE(output.CloseFile()); // never opened
     ASSERT_TRUE(output.OpenDirect(m_Folder.File("a")));
-    struct Step {
-        size_t count;
-        unsigned int writes;
-        size_t size;
-    };
-    for (const Step& step : {Step{1000, 0, 0},
-                             {24, 0, 0},
-                             {1, 1, 1024},
-                             {1024, 2, 1025},
-                             {1025, 4, 3074},
-                             {10, 4, 3074},
-                             {5000, 6, 8084},
-                             {0, 6, 8084}}) {
-        ASSERT_TRUE(Write(output, step.count));
-        EXPECT_EQ(files.GetCount(), step.writes) << step.count;
-        EXPECT_EQ(m_Folder.Read("a").size(), step.size) << step.count;
+    const std::array<size_t, 3> steps[] = {{1000, 0, 0},    {24, 0, 0},    {1, 1, 1024},    {1024, 2, 1025},
+                                           {1025, 4, 3074}, {10, 4, 3074}, {5000, 6, 8084}, {0, 6, 8084}};
+    for (const auto& [count, writes, size] : steps) {
+        ASSERT_TRUE(Write(output, count));
+        EXPECT_EQ(files.GetCount(), writes) << count;
+        EXPECT_EQ(m_Folder.Read("a").size(), size) << count;
     }
     EXPECT_TRUE(output.FlushCache() && output.CloseFile() && output.CloseFile());
     EXPECT_EQ(files.GetCount(), 6u);
@@ -196,11 +145,7 @@ TEST_F(BinaryFiles, CommitCreatesThenReplaces) {
         EXPECT_TRUE(m_Folder.Exists("a.txtTemp"));
         ASSERT_TRUE(output.CloseAndCommitTransactedFile(&m_Log));
         EXPECT_THAT(m_Folder.List(), testing::ElementsAre("a.txt"));
-        CBinaryInputFile input(Mode);
-        std::string read;
-        ASSERT_TRUE(input.OpenBinaryFile(m_Folder.File("a.txt")));
-        input >> read;
-        EXPECT_EQ(read, text);
+        EXPECT_EQ(m_Folder.Read("a.txt").substr(1), text);
         EXPECT_FALSE(output.CloseAndCommitTransactedFile(&m_Log)); // nothing left to commit
     }
     EXPECT_EQ(Lines(), "Closing 'a.txtTemp'...\nRename a.txtTemp\n    to a.txt\n"

@@ -1,68 +1,36 @@
 // The memory buffer and the four inputs over memory, against a plain byte string as the model.
 #include "BinaryStreamsTesting.h"
 
-#include <QVLib/BinaryStreams/BinaryInputMemory.h>
 #include <gmock/gmock.h>
-#include <random>
 
 namespace {
 
 constexpr BinaryStringLength Mode = BinaryStringLengthUTF8Character;
 
-std::string RandomBytes(std::mt19937& random, size_t count) {
-    std::string bytes(count, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
-
-// Sizes at and around the borders of blocks.
-unsigned int RandomCount(std::mt19937& random) {
-    static constexpr unsigned int counts[] = {0, 1, 2, 8, 100, 4096, 8191, 8192, 8193, 20'000};
-    return counts[random() % std::size(counts)];
-}
-
-struct SizeList : CBinaryOutput {
-    SizeList() : CBinaryOutput(Mode) {}
-    bool Write(const void*, unsigned int count) override {
-        m_Sizes.push_back(count);
-        return false;
-    }
-    std::vector<unsigned int> m_Sizes;
-};
-
-std::vector<unsigned int> BlockSizes(const BinaryOutputBuffer& buffer) {
-    SizeList list;
-    buffer.CopyAllDataToBinaryOutput(list);
-    return list.m_Sizes;
-}
-
-// Everything from the buffer's read cursor on.
-std::string ReadRest(const BinaryOutputBuffer& buffer) {
-    std::string bytes;
+// The pieces from the buffer's read cursor on, one for each block.
+std::vector<unsigned int> RestOf(const BinaryOutputBuffer& buffer) {
+    std::vector<unsigned int> sizes;
     const unsigned char* data = nullptr;
-    unsigned int length = 0;
-    while (buffer.ReadNoCopy(data, length)) {
-        bytes.append(reinterpret_cast<const char*>(data), length);
-        buffer.ReadAdvance(length);
-    }
-    return bytes;
+    for (unsigned int length; buffer.ReadNoCopy(data, length); buffer.ReadAdvance(length))
+        sizes.push_back(length);
+    return sizes;
 }
 
 TEST(BinaryOutputBuffer, FillsBlocksAndKeepsOne) {
     const std::string data(20'000, 'x');
     BinaryOutputBuffer buffer(Mode);
     EXPECT_TRUE(buffer.Write(data.data(), 8192));
-    EXPECT_THAT(BlockSizes(buffer), testing::ElementsAre(8192));
+    EXPECT_THAT(RestOf(buffer), testing::ElementsAre(8192));
+    buffer.BeginRead();
     buffer.AddByte('x');
-    EXPECT_THAT(BlockSizes(buffer), testing::ElementsAre(8192, 1));
+    EXPECT_THAT(RestOf(buffer), testing::ElementsAre(8192, 1));
     buffer.Clear();
-    EXPECT_THAT(BlockSizes(buffer), testing::ElementsAre(0));
+    EXPECT_THAT(RestOf(buffer), testing::ElementsAre());
     const unsigned char* const block = buffer.ClearAndReserveHeader(0);
     buffer << 1;
     EXPECT_EQ(buffer.ClearAndReserveHeader(0), block);
     EXPECT_TRUE(buffer.Write(data.data(), 20'000) && buffer.Write(nullptr, 0));
-    EXPECT_THAT(BlockSizes(buffer), testing::ElementsAre(8192, 8192, 3616));
+    EXPECT_THAT(RestOf(buffer), testing::ElementsAre(8192, 8192, 3616));
 }
 
 TEST(BinaryOutputBuffer, HeaderIsFilledAfterTheBody) {
@@ -70,12 +38,9 @@ TEST(BinaryOutputBuffer, HeaderIsFilledAfterTheBody) {
         BinaryOutputBuffer buffer(Mode);
         buffer << std::string(9000, 'o');
         unsigned char* const header = buffer.ClearAndReserveHeader(size);
-        buffer.Write("0123456789", 10);
-        for (int i = 0; i < 1000; i++)
-            buffer.Write("0123456789", 10);
-        EXPECT_EQ(buffer.GetTotalDataSize(), size + 10'010);
+        buffer.Write(Numbered(10'000).data(), 10'000);
         std::memset(header, 'h', size);
-        EXPECT_EQ(Bytes(buffer).substr(0, size + 10), std::string(size, 'h') + "0123456789");
+        EXPECT_EQ(Bytes(buffer), std::string(size, 'h') + Numbered(10'000));
     }
     BinaryOutputBuffer buffer(Mode);
     EXPECT_DEATH(buffer.ClearAndReserveHeader(8193), "headerSize <= BlockSize");
@@ -96,14 +61,14 @@ TEST(BinaryOutputBuffer, CopyAndMove) {
     BinaryOutputBuffer copy(original);
     original.AddByte('y');
     EXPECT_EQ(Bytes(copy), std::string(10'000, 'x'));
-    EXPECT_EQ(ReadRest(copy).size(), 10'000u);
+    EXPECT_THAT(RestOf(copy), testing::ElementsAre(8192, 1808)) << "from the start";
     BinaryOutputBuffer moved(std::move(original));
     EXPECT_EQ(Bytes(moved), std::string(10'000, 'x') + 'y');
-    EXPECT_EQ(ReadRest(moved).size(), 10'001u);
+    EXPECT_THAT(RestOf(moved), testing::ElementsAre(8192, 1809));
     original.SecureClearBuffer(); // NOLINT(bugprone-use-after-move): one of the ways back
     EXPECT_FALSE(original.IsEof());
     original << 7u;
-    EXPECT_EQ(Hex(ReadRest(original)), "07 00 00 00");
+    EXPECT_THAT(RestOf(original), testing::ElementsAre(4));
 }
 
 TEST(BinaryOutputBuffer, CursorAtTheEnd) {
@@ -123,7 +88,7 @@ TEST(BinaryOutputBuffer, CursorAtTheEnd) {
     EXPECT_TRUE(buffer.IsEof());
     EXPECT_FALSE(buffer.ReadNoCopy(data, length));
     buffer.BeginRead();
-    EXPECT_EQ(ReadRest(buffer).size(), 12u);
+    EXPECT_THAT(RestOf(buffer), testing::ElementsAre(12));
     buffer.Clear();
     EXPECT_FALSE(buffer.IsEof());
     EXPECT_FALSE(buffer.ReadNoCopy(data, length));
@@ -132,66 +97,34 @@ TEST(BinaryOutputBuffer, CursorAtTheEnd) {
 
 TEST(BinaryOutputBuffer, RandomWritesAndReadsMatchTheModel) {
     std::mt19937 random(1);
-    for (int round = 0; round < 30; round++) {
+    for (int round = 0; round < 15; round++) {
         BinaryOutputBuffer buffer(Mode);
         CBinaryInputFromBinaryOutputBuffer input(&buffer);
-        std::string model, walked;
-        size_t position = 0;
-        for (int step = 0; step < 60; step++) {
-            const unsigned int count = RandomCount(random);
-            switch (random() % 4) {
-            case 0: {
-                const std::string bytes = RandomBytes(random, count);
-                buffer.Write(bytes.data(), count);
-                model += bytes;
-                break;
+        std::string content, walked;
+        InputBesideAString reader(input, content, InputBesideAString::TellsOfRest);
+        for (int step = 0; step < 40; step++) {
+            static constexpr unsigned int counts[] = {0, 1, 2, 8, 100, 4096, 8191, 8192, 8193, 20'000};
+            const unsigned int count = counts[random() % std::size(counts)];
+            buffer.Write(Numbered(count).data(), count);
+            content += Numbered(count);
+            ASSERT_NO_FATAL_FAILURE(reader.Steps(random, 3)); // sees what was written behind it
+            const unsigned char* data = nullptr;
+            unsigned int length = 0;
+            if (!buffer.IsEof() && buffer.ReadNoCopy(data, length)) {
+                length = std::min(length - 1, count); // stays inside, so later writes are seen
+                walked.append(reinterpret_cast<const char*>(data), length);
+                buffer.ReadAdvance(length);
+                ASSERT_EQ(content.compare(0, walked.size(), walked), 0);
             }
-            case 1: {
-                std::string bytes(count, '\0');
-                const size_t there = std::min<size_t>(count, model.size() - position);
-                try {
-                    input.Read(bytes.data(), count);
-                    ASSERT_EQ(there, count);
-                } catch (const CBinaryInput::EOFException& e) {
-                    // What there was has been delivered; the rest is reported missing.
-                    ASSERT_EQ(e.GetPosition(), model.size());
-                    ASSERT_EQ(e.GetCount(), count - there);
-                }
-                ASSERT_EQ(bytes.substr(0, there), model.substr(position, there));
-                position += there;
-                break;
-            }
-            case 2: {
-                const size_t target = random() % 8 == 0 ? model.size() + 1 : random() % (model.size() + 1);
-                ASSERT_EQ(input.Seek(static_cast<unsigned int>(target)), target <= model.size());
-                position = std::min(target, model.size());
-                break;
-            }
-            default: {
-                const unsigned char* data = nullptr;
-                unsigned int length = 0;
-                if (!buffer.IsEof() && buffer.ReadNoCopy(data, length)) {
-                    length = std::min(length - 1, count); // stays inside, so later writes are seen
-                    walked.append(reinterpret_cast<const char*>(data), length);
-                    buffer.ReadAdvance(length);
-                    ASSERT_EQ(model.compare(0, walked.size(), walked), 0);
-                }
-            }
-            }
-            ASSERT_EQ(input.Tell(), position);
-            ASSERT_EQ(input.IsEOF(), position == model.size());
-            ASSERT_EQ(input.GetLength(), model.size());
         }
-        ASSERT_EQ(Bytes(buffer), model);
-        ASSERT_EQ(std::string_view(reinterpret_cast<const char*>(
-                                       std::unique_ptr<unsigned char[]>(buffer.GetAsByteArray()).get()),
-                                   model.size()),
-                  model);
+        ASSERT_EQ(Bytes(buffer), content);
+        const std::unique_ptr<unsigned char[]> array(buffer.GetAsByteArray());
+        ASSERT_EQ(std::string(reinterpret_cast<const char*>(array.get()), content.size()), content);
         BinaryOutputBuffer sink(Mode), output(Mode);
         buffer.CopyAllDataToDataSink(sink);
         buffer.CopyAllDataToBinaryOutput(output);
-        ASSERT_EQ(Bytes(sink), model);
-        ASSERT_EQ(Bytes(output), model);
+        ASSERT_EQ(Bytes(sink), content);
+        ASSERT_EQ(Bytes(output), content);
     }
 }
 
@@ -212,48 +145,19 @@ TEST(MemoryInputs, BufferKeepsItsLengthAndItsCapacity) {
     EXPECT_DEATH(input.SetDataLength(101), "length <= m_Capacity");
 }
 
-TEST(MemoryInputs, ReadAndSeekAtTheEnds) {
-    const std::string bytes = "0123456789";
-    BinaryOutputBuffer buffer(Mode), empty(Mode);
-    buffer.Write(bytes.data(), 10);
-    CBinaryInputBuffer array(Mode), emptyArray(Mode);
-    array.SetCapacity(20);
-    bytes.copy(reinterpret_cast<char*>(array.GetBuffer(0)), 10);
-    array.SetDataLength(10);
-    BinaryInputFromReadOnlyData readOnly(Mode, reinterpret_cast<const unsigned char*>(bytes.data()), 10);
-    BinaryInputFromReadOnlyData nothing(Mode, nullptr, 0);
-    BinaryInputData owned(Mode, buffer.ToByteArray(), 10);
-    CBinaryInputFromBinaryOutputBuffer fromBuffer(&buffer), fromEmpty(&empty);
-
-    for (CBinaryInput* input :
-         {static_cast<CBinaryInput*>(&array), static_cast<CBinaryInput*>(&readOnly),
-          static_cast<CBinaryInput*>(&owned), static_cast<CBinaryInput*>(&fromBuffer)}) {
-        const bool bCopiesPart = input == &fromBuffer;
-        std::string read(11, 'x');
-        EXPECT_EQ(input->GetLength(), 10u);
-        EXPECT_TRUE(input->Seek(10) && input->IsEOF());
-        EXPECT_TRUE(!input->Seek(11) && input->IsEOF());
-        EXPECT_TRUE(!input->Seek(0xFFFFFFFF) && input->Tell() == 10);
-        EXPECT_TRUE(input->Seek(4) && !input->IsEOF());
-        try {
-            input->Read(read.data(), 7);
-            ADD_FAILURE();
-        } catch (const CBinaryInput::EOFException& e) {
-            EXPECT_EQ(e.GetCount(), bCopiesPart ? 1u : 7u);
-        }
-        EXPECT_EQ(read.substr(0, 6), bCopiesPart ? "456789" : "xxxxxx");
-        input->Seek(4);
-        EXPECT_TRUE(bCopiesPart || !input->TryRead(read.data(), 0xFFFFFFFE)); // the sum wraps in 32 bits
-        input->Seek(0);
-        input->Read(read.data(), 10);
-        EXPECT_EQ(read.substr(0, 10), bytes);
-    }
-    for (CBinaryInput* input : {static_cast<CBinaryInput*>(&emptyArray), static_cast<CBinaryInput*>(&nothing),
-                                static_cast<CBinaryInput*>(&fromEmpty)}) {
-        char byte;
-        EXPECT_TRUE(input->IsEOF() && input->Seek(0));
-        input->Read(&byte, 0);
-        EXPECT_FALSE(input->TryRead(&byte, 1));
+TEST(MemoryInputs, AreLikeAString) {
+    std::mt19937 random(4);
+    for (const unsigned int size : {0u, 1u, 10u, 9000u}) {
+        const std::string content = Numbered(size);
+        CBinaryInputBuffer array(Mode);
+        array.SetCapacity(2 * size);
+        content.copy(reinterpret_cast<char*>(array.GetBuffer(0)), size);
+        array.SetDataLength(size);
+        BinaryInputFromReadOnlyData readOnly(
+            Mode, size == 0 ? nullptr : reinterpret_cast<const unsigned char*>(content.data()), size);
+        Input owned(Mode, content);
+        for (CBinaryInput* input : std::initializer_list<CBinaryInput*>{&array, &readOnly, &owned})
+            InputBesideAString(*input, content, InputBesideAString::LeavesAll).Steps(random, 300);
     }
 }
 

@@ -1,7 +1,5 @@
 #include <BinaryStreams/BinaryStreamsTesting.h>
-#include <QVLib/BinaryStreams/BinaryInputMemory.h>
 #include <QVLib/BinaryStreams/TextOutputBinary.h>
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -13,22 +11,18 @@ public:
 };
 
 TEST(TextOutputUTF8, TextIsInTheBufferAsUtf8) {
-    const struct {
-        std::string text;
-        std::string bytes;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", ""},
-        {"\xC3\xA9", "C3 A9"},
         {"a\n\xF0\x9F\x98\x80", "61 0A F0 9F 98 80"},
         {"\xE2\x82z\xED\xA0\x80", "EF BF BD 7A ED A0 80"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, bytes] : cases) {
         CTextOutputUTF8 runs;
         OneByOne<CTextOutputUTF8> codePoints;
-        runs.WriteString(c.text);
-        codePoints.WriteString(c.text);
-        EXPECT_EQ(Hex(Bytes(runs)), c.bytes);
-        EXPECT_EQ(Hex(Bytes(codePoints)), c.bytes);
+        runs.WriteString(text);
+        codePoints.WriteString(text);
+        EXPECT_EQ(Hex(Bytes(runs)), bytes);
+        EXPECT_EQ(Hex(Bytes(codePoints)), bytes);
     }
 }
 
@@ -54,38 +48,26 @@ TEST(TextOutputToBinaryOutput, WritesEveryEncodingWithCarriageReturns) {
                                     "E9 00 0D 00 0A 00 78 00",
                                     "00 E9 00 0D 00 0A 00 78"};
     for (int encoding = 0; encoding <= 5; ++encoding) {
-        BinaryOutputBuffer runBuffer(BinaryStringLengthNotAllowed),
-            codePointBuffer(BinaryStringLengthNotAllowed);
+        BinaryOutputBuffer runBuffer(BinaryStringLengthNotAllowed), otherBuffer(BinaryStringLengthNotAllowed);
         CTextOutputToBinaryOutput runs(&runBuffer);
-        OneByOne<CTextOutputToBinaryOutput> codePoints(&codePointBuffer);
-        if (encoding != 0) { // 0 is what they begin with
-            runs.SetEncoding(static_cast<TextEncoding>(encoding));
-            codePoints.SetEncoding(static_cast<TextEncoding>(encoding));
+        OneByOne<CTextOutputToBinaryOutput> codePoints(&otherBuffer);
+        for (CTextOutputToBinaryOutput* output :
+             {&runs, static_cast<CTextOutputToBinaryOutput*>(&codePoints)}) {
+            if (encoding != 0) // 0 is what they begin with
+                output->SetEncoding(static_cast<TextEncoding>(encoding));
+            output->WriteString("\xC3\xA9\nx");
         }
-        runs.WriteString("\xC3\xA9\nx");
-        codePoints.WriteString("\xC3\xA9\nx");
         EXPECT_EQ(Hex(Bytes(runBuffer)), expected[encoding]);
-        EXPECT_EQ(Hex(Bytes(codePointBuffer)), expected[encoding]);
+        EXPECT_EQ(Hex(Bytes(otherBuffer)), expected[encoding]);
     }
 }
 
-// Takes nothing, and counts the attempts.
-class RefusingOutput : public CBinaryOutput {
-public:
-    RefusingOutput() : CBinaryOutput(BinaryStringLengthNotAllowed) {}
-    bool Write(const void*, unsigned int) override {
-        ++m_Attempts;
-        return false;
-    }
-    int m_Attempts = 0;
-};
-
 TEST(TextOutputToBinaryOutput, TellsWhatTheOutputRefused) {
-    RefusingOutput refusing;
+    WriteList refusing(0);
     CTextOutputToBinaryOutput output(&refusing);
     EXPECT_FALSE(output.WriteCodePoint('x'));
     output.WriteString("abc"); // a run that failed is not sent a second time
-    EXPECT_EQ(refusing.m_Attempts, 2);
+    EXPECT_EQ(refusing.m_Writes.size(), 2u);
 }
 
 } // namespace

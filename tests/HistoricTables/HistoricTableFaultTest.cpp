@@ -133,8 +133,9 @@ struct Mode {
     int error;
     enum { Once, ForGood } fails;
     std::optional<unsigned int>
-        part;            // of the n-th write that is done; then that one, or the next call, fails
-    bool bDeath = false; // the process ends there, so the table in use is not asked any more
+        part;                 // of the n-th write that is done; then that one, or the next call, fails
+    bool bDeath = false;      // the process ends there, so the table in use is not asked any more
+    unsigned int throwAt = 0; // the log throws at that message: the operation ends there, and nothing else
 
     void Arm(FaultFileSystem& files, FaultSystemCalls& system, unsigned int n) const {
         if (of == Calls) {
@@ -165,6 +166,9 @@ const Mode kModes[] = {
     {"syncing fails from then on", Mode::Calls, kSyncs, EIO, Mode::ForGood, {}},
     {"renaming fails", Mode::Calls, SystemCall::Rename, EACCES, Mode::Once, {}},
     {"the folder is out of reach", Mode::Calls, SystemCall::Paths, EACCES, Mode::ForGood, {}},
+    {"the log throws at once", Mode::Calls, SystemCall::Changes, EIO, Mode::ForGood, {}, false, 1},
+    {"the log throws later", Mode::Calls, SystemCall::Changes, EIO, Mode::ForGood, {}, false, 2},
+    {"the log throws late", Mode::Calls, SystemCall::Changes, EIO, Mode::ForGood, {}, false, 3},
     kDeath,
 };
 
@@ -219,7 +223,23 @@ protected:
             m_Folder.Write(name, content);
         FaultSystemCalls system;
         mode.Arm(files, system, n);
-        Outcome outcome = scenario.operation(*table, m_Folder, scenario.image);
+        table->m_Log.m_ThrowAt = mode.throwAt;
+        Outcome outcome;
+        try {
+            outcome = scenario.operation(*table, m_Folder, scenario.image);
+        } catch (const std::runtime_error&) {
+            // Of a flush, what the disk has; a split may leave copies there, until they can be erased.
+            const Records before = WholeRecords(scenario.image);
+            outcome.inMemory = scenario.operation == Split ? before : WholeRecords(Save(m_Folder));
+            outcome.onDisk = outcome.inMemory;
+            if (scenario.operation == Flush) {
+                const size_t lost = before.size() + 6 - outcome.inMemory.size();
+                EXPECT_EQ(table->Errors().find("Lost Records (" + std::to_string(lost) + ")") ==
+                              std::string::npos,
+                          lost == 0);
+            }
+        }
+        table->m_Log.m_ThrowAt = 0;
         const bool bFailed = files.HasFailed() || system.GetFaults() != 0;
         system.Heal();
         files.Heal();
@@ -256,43 +276,6 @@ TEST_P(HistoricTableFault, LosesAndDoublesNoRecord) {
         runs += n;
     }
     EXPECT_GT(runs, std::size(kModes)) << "nothing has failed";
-}
-
-// A log may throw. Then the operation ends there, and nothing else.
-TEST_P(HistoricTableFault, OutlivesALogThatThrows) {
-    const Scenario& scenario = GetParam();
-    for (unsigned int message = 1; message <= 3; message++) {
-        bool bFailed = true;
-        for (unsigned int n = 1; bFailed && !HasFailure(); n++) {
-            SCOPED_TRACE(testing::Message() << "message " << message << ", changes fail from n = " << n);
-            Load(m_Folder, scenario.image);
-            TestTable table(m_Folder.GetFilePath());
-            FaultSystemCalls system;
-            system.FailFrom(SystemCall::Changes, n, EIO);
-            table.m_Log.m_ThrowAt = message;
-            bool bThrown = false;
-            try {
-                scenario.operation(table, m_Folder, scenario.image);
-            } catch (const std::runtime_error&) {
-                bThrown = true;
-            }
-            bFailed = system.GetFaults() != 0;
-            system.Heal();
-            table.m_Log.m_ThrowAt = 0;
-            if (!bThrown)
-                continue;
-            // Of a flush, what the disk has; a split may leave copies there, until they can be erased.
-            const Records inMemory = Sorted(table.Read());
-            const Records before = WholeRecords(scenario.image);
-            EXPECT_EQ(inMemory, scenario.operation == Split ? before : WholeRecords(Save(m_Folder)));
-            if (scenario.operation == Flush) {
-                const size_t lost = before.size() + 6 - inMemory.size();
-                const std::string counted = ", Lost Records (" + std::to_string(lost) + ")";
-                EXPECT_EQ(table.Errors().find(counted) != std::string::npos, lost != 0) << table.Errors();
-            }
-            GoOn(table, m_Folder, {inMemory, inMemory});
-        }
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(, HistoricTableFault, testing::ValuesIn(kScenarios),

@@ -188,53 +188,44 @@ TEST(HistoricTableMaintenance, AFileThatCannotBeReadWholeIsNotSplit) {
 
 TEST(HistoricTableMaintenance, ValidationNamesEveryFault) {
     const std::string first = NameOf(0, P), second = NameOf(P, 2 * P), wrongStart = NameOf(M, 2 * P);
-    using Table = FolderTable;
+    const std::string none;
     struct Row {
-        std::function<void(const Table&)> damage;
-        Lines ofFirst;
-        Lines ofSecond;
-        std::string unexpected = "";
+        std::function<void(const FolderTable&)> damage;
+        std::string ofFirst, ofSecond, ofFolder; // the line for each
     };
     const Row rows[] = {
-        {[](const Table&) {}, {}, {}},
-        {[](const Table& t) { t->File(0)->second.m_Duration += 7; },
-         {"! ** File key 19660800000000 does not match the expected end time 19660800000007"},
-         {}},
-        {[](const Table& t) { t->File(1)->second.m_NumRecords = 8; },
-         {},
-         {"! ** File size is 112, but expected size is 128"}},
-        {[&](const Table& t) { t.folder.Write(first, BytesOf(Minutes(0, 7)) + "x"); },
-         {"! ** File size is 113, but expected size is 112"},
-         {}},
-        {[&](const Table& t) { t->File(0)->second.m_NumRecords = 4'000'000'000; },
-         {"! ** File size is 112, but expected size is 64000000000"},
-         {}},
+        {[](auto&) {}, none, none, none},
+        {[](auto& t) { t->File(0)->second.m_Duration += 7; },
+         "File key 19660800000000 does not match the expected end time 19660800000007", none, none},
+        {[](auto& t) { t->File(1)->second.m_NumRecords = 8; }, none,
+         "File size is 112, but expected size is 128", none},
+        {[&](auto& t) { t.folder.Write(first, BytesOf(Minutes(0, 7)) + "x"); },
+         "File size is 113, but expected size is 112", none, none},
+        {[&](auto& t) { t->File(0)->second.m_NumRecords = 4'000'000'000; },
+         "File size is 112, but expected size is 64000000000", none, none},
         // The first fault of a file ends its check; the next file is checked all the same.
-        {[&](const Table& t) {
+        {[&](auto& t) {
              t.folder.Write(first, BytesOf({{0, 0}, {1, 0}, {-1, 0}, {2, 0}, {P, 0}, {3, 0}, {4, 0}}));
              t.folder.Write(second,
                             BytesOf({{P, 0}, {2 * P - 1, 0}, {2 * P, 0}, {0, 0}, {P, 0}, {P, 0}, {P, 0}}));
          },
-         {"! ** Record 2 timestamp -1 is before the file start time 0"},
-         {"! ** Record 2 timestamp 39321600000000 is after the file end time 39321600000000"}},
-        {[&](const Table& t) {
+         "Record 2 timestamp -1 is before the file start time 0",
+         "Record 2 timestamp 39321600000000 is after the file end time 39321600000000", none},
+        {[&](auto& t) {
              t.folder.Remove(first);
              t.folder.Write("notes.qvhis", "");
              t.folder.Write("notes.txt", "");
          },
-         {"! ** File could not be opened"},
-         {},
-         "notes.qvhis"},
-        {[&](const Table& t) { t.folder.Write(wrongStart, ""); }, {}, {}, wrongStart},
-        {[&](const Table& t) { t.folder.Write(NameOf(2 * P, 3 * P), ""); }, {}, {}, NameOf(2 * P, 3 * P)},
+         "File could not be opened", none, "Unexpected file 'notes.qvhis' found"},
+        {[&](auto& t) { t.folder.Write(wrongStart, ""); }, none, none,
+         "Unexpected file '" + wrongStart + "' found"},
     };
     for (const Row& row : rows) {
-        Lines lines = row.ofFirst;
-        lines.insert(lines.begin(), "Checking " + first + "...");
-        lines.push_back("Checking " + second + "...");
-        lines.insert(lines.end(), row.ofSecond.begin(), row.ofSecond.end());
-        if (!row.unexpected.empty())
-            lines.push_back("! ** Unexpected file '" + row.unexpected + "' found");
+        Lines lines;
+        for (const std::string& line : {"Checking " + first + "...", row.ofFirst,
+                                        "Checking " + second + "...", row.ofSecond, row.ofFolder})
+            if (!line.empty())
+                lines.push_back((line[0] == 'C' ? "" : "! ** ") + line);
         SCOPED_TRACE(testing::PrintToString(lines));
         const FolderTable table({{{0, P}, Minutes(0, 7)}, {{P, 2 * P}, Minutes(P, 7)}});
         row.damage(table);

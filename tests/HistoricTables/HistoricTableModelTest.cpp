@@ -1,5 +1,6 @@
-// Long random lives of a table beside the simplest one there is: a list of records.
+// Long random lives of a table beside the simplest one there is: a list of records, and whole files read without it.
 #include "TestTable.h"
+#include "support/FaultFileSystem.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -8,7 +9,8 @@ namespace {
 
 class Life {
 public:
-    explicit Life(unsigned int seed) : m_Random(seed) { Restart(); }
+    // Every second one on foreign file objects.
+    explicit Life(unsigned int seed) : m_Random(seed), m_bForeign(seed % 2 == 0) { Restart(); }
 
     void Step() {
         switch (Any(12)) {
@@ -24,10 +26,8 @@ public:
             break;
         case 4:
         case 5:
-            ReadARange();
-            break;
         case 6:
-            ReadBefore();
+            Read();
             break;
         case 7:
         case 8:
@@ -66,7 +66,8 @@ private:
     void Restart() {
         m_pTable.reset(); // what is queued is dropped
         m_Queued.clear();
-        m_pTable = std::make_unique<TestTable>(m_Folder.GetFilePath());
+        m_pTable = std::make_unique<TestTable>(m_Folder.GetFilePath(),
+                                               m_bForeign ? &m_Files : QVFileSystem::GetUnsyncedInstance());
     }
     void Write() {
         for (long long count = Any(20); count > 0; count--) {
@@ -81,43 +82,75 @@ private:
         for (const auto& [end, file] : m_pTable->m_Files)
             names.push_back(NameOf(file.m_Start, end));
         const int deleted = m_pTable->Trim(target);
-        size_t gone = 0;
-        for (int i = 0; i < deleted; i++) {
-            for (const Record& record : files.at(names[static_cast<size_t>(i)])) {
+        for (int i = 0; i < deleted; i++)
+            for (const Record& record : files.at(names[static_cast<size_t>(i)]))
                 std::erase(m_Flushed, record);
-                gone++;
+        EXPECT_TRUE(deleted == 0 || m_Flushed.size() >= target);
+    }
+    // A time anywhere, or at a border of a file.
+    long long AnyTime() {
+        if (m_pTable->m_Files.empty() || Any(2) == 0)
+            return Any(m_Now + P);
+        const auto file =
+            m_pTable->File(static_cast<int>(Any(static_cast<long long>(m_pTable->m_Files.size()))));
+        return (Any(2) == 0 ? file->first : file->second.m_Start) + Any(3) - 1;
+    }
+    // A read of any kind gives the records of the folder's files, file by file in order of their ends.
+    void Read() {
+        const std::map<std::string, Records> folder = RecordsOnDisk(m_Folder);
+        const auto& files = m_pTable->m_Files;
+        const auto recordsOf = [&](CHistoricTable::FileMap::const_iterator file) -> Records {
+            const auto found = folder.find(NameOf(file->second.m_Start, file->first));
+            return found == folder.end() ? Records() : found->second;
+        };
+        const bool bBefore = Any(2) == 0;
+        const long long from = bBefore ? 0 : AnyTime();
+        const long long to = Any(4) == 0 ? from : AnyTime();
+        auto file = files.begin();
+        if (bBefore && files.upper_bound(to) != file)
+            file = std::prev(files.upper_bound(to));
+        Records expected;
+        unsigned int opened = 0, read = 0;
+        for (; file != files.end(); ++file) {
+            if (file->second.m_Start > to || file->first < from)
+                continue;
+            opened++;
+            for (const Record& record : recordsOf(file)) {
+                read++;
+                if (record.time >= from && record.time <= to)
+                    expected.push_back(record);
             }
         }
-        EXPECT_TRUE(gone == 0 || m_Flushed.size() >= target);
-        EXPECT_TRUE(target == 0 || m_pTable->m_Files.empty() || gone != 0 ||
-                    m_Flushed.size() - m_pTable->m_Files.begin()->second.m_NumRecords <= target);
-    }
-    void ReadARange() {
-        const long long from = Any(m_Now + P);
-        const long long to = from + Any(Any(2) != 0 ? P : 100 * M);
-        Records expected;
-        std::copy_if(m_Flushed.begin(), m_Flushed.end(), std::back_inserter(expected),
-                     [&](const Record& record) { return record.time >= from && record.time <= to; });
-        EXPECT_EQ(Sorted(m_pTable->Read(from, to)), Sorted(expected)) << m_pTable->Describe();
-    }
-    // The newest record before a time is found, though it may lie in an earlier file.
-    void ReadBefore() {
-        const long long time = Any(m_Now + P);
-        CHistoricTable::ReadContext context;
-        const Records read = m_pTable->ReadOn(context, m_pTable->BeginReadFLowerBound(time, context));
-        for (const Record& record : read)
-            EXPECT_LE(record.time, time);
-        const auto start = m_pTable->m_Files.upper_bound(time);
-        for (const Record& record : m_Flushed) {
-            const bool bWanted = start != m_pTable->m_Files.end() && record.time >= start->second.m_Start &&
-                                 record.time <= time;
-            EXPECT_TRUE(!bWanted || std::find(read.begin(), read.end(), record) != read.end());
-        }
+        EXPECT_EQ(m_pTable->ReadOn(m_Context, bBefore ? m_pTable->BeginReadFLowerBound(to, m_Context)
+                                                      : m_pTable->BeginRead(from, to, m_Context)),
+                  expected)
+            << m_pTable->Describe();
+        EXPECT_EQ(m_Context.m_NumFilesOpened, opened);
+        EXPECT_EQ(m_Context.m_NumRecordsRead, read);
+        EXPECT_FALSE(m_pTable->NextRecord(m_Context)) << "after the end it stays at the end";
+        if (files.empty())
+            return;
+
+        // One file, or if it is empty the next that is not; and one record of it.
+        file = std::next(files.begin(), Any(static_cast<long long>(files.size())));
+        const std::string name = NameOf(file->second.m_Start, file->first);
+        const auto index = static_cast<unsigned int>(Any(file->second.m_NumRecords + 2));
+        const bool bFound = m_pTable->BeginReadRecord(name.data(), 31, index, m_Context);
+        EXPECT_EQ(bFound, index < file->second.m_NumRecords);
+        EXPECT_TRUE(!bFound || RecordIn(m_Context) == recordsOf(file)[index]);
+        EXPECT_FALSE(m_pTable->NextRecord(m_Context));
+        while (recordsOf(file).empty() && std::next(file) != files.end())
+            ++file;
+        EXPECT_EQ(m_pTable->ReadOn(m_Context, m_pTable->BeginReadFile(name.data(), 31, m_Context)),
+                  recordsOf(file));
     }
 
+    FaultFileSystem m_Files; // without faults
     std::mt19937 m_Random;
+    const bool m_bForeign;
     const TemporaryFolder m_Folder = TemporaryFolder::InMemory();
     std::unique_ptr<TestTable> m_pTable;
+    CHistoricTable::ReadContext m_Context;
     Records m_Queued;
     Records m_Flushed;
     long long m_Now = 50 * P;

@@ -1,4 +1,5 @@
-// Reading: which records come in which order, what is opened for them, and what a context may be put through.
+// Reading where the random lives of HistoricTableModelTest do not go: names, times before 0, damage, large files, and
+// what a context may be put through.
 #include "TestTable.h"
 #include "support/FaultFileSystem.h"
 
@@ -23,6 +24,9 @@ protected:
     bool BeginFile(const std::string& name, Context& context) const {
         return m_Table.BeginReadFile(name.data(), static_cast<unsigned int>(name.size()), context);
     }
+    bool BeginRecord(const std::string& name, unsigned int index, Context& context) const {
+        return m_Table.BeginReadRecord(name.data(), static_cast<unsigned int>(name.size()), index, context);
+    }
     Numbers Rest(Context& context, bool found) const { return NumbersOf(m_Table.ReadOn(context, found)); }
 
     const TemporaryFolder m_Folder;
@@ -30,124 +34,47 @@ protected:
     TestTable m_Table{m_Folder.GetFilePath(), &m_Files};
 };
 
-long long NumberIn(const Context& context) {
-    return RecordsIn(std::string(reinterpret_cast<const char*>(context.m_pRecord), 16))[0].number;
-}
-
 } // namespace
 
-TEST_F(HistoricTableRead, DeliversARangeFileByFileInOrderOfArrival) {
-    struct Row {
-        long long from;
-        long long to;
-        Numbers numbers;
-        unsigned int opened;
-        unsigned int read;
-    };
-    const Row rows[] = {
-        {LLONG_MIN, LLONG_MAX, {1, 2, 3, 4, 5, 6}, 3, 6},
-        {10, 20, {1, 3}, 1, 3},
-        {11, 19, {}, 1, 3},
-        {40, 15, {}, 1, 3},               // the wrong way round
-        {2 * P, 2 * P, {4}, 2, 5},        // touches the end of A
-        {3 * P, 4 * P, {}, 2, 3},         // touches B's end and C's start
-        {3 * P + 1, 4 * P - 1, {}, 0, 0}, // the gap
-        {LLONG_MIN, -1, {}, 0, 0},
-        {5 * P + 1, LLONG_MAX, {}, 0, 0},
-        {2 * P + 50, 4 * P + 1, {5, 6}, 2, 3},
-    };
-    TestTable own(m_Folder.GetFilePath());
-    for (const TestTable* table : {&m_Table, &own}) {
-        Context context;
-        for (const Row& row : rows) {
-            SCOPED_TRACE(testing::Message() << row.from << ' ' << row.to);
-            EXPECT_EQ(NumbersOf(table->ReadOn(context, table->BeginRead(row.from, row.to, context))),
-                      row.numbers);
-            EXPECT_EQ(context.m_NumFilesOpened, row.opened);
-            EXPECT_EQ(context.m_NumRecordsRead, row.read);
-            EXPECT_EQ(context.m_State, CHistoricTable::ReadStateRange);
-            EXPECT_FALSE(table->NextRecord(context)) << "after the end it stays at the end";
-        }
-    }
-}
-
-TEST_F(HistoricTableRead, StartsAFileEarlyForTheRecordsBeforeATime) {
-    struct Row {
-        long long time;
-        Numbers numbers;
-        unsigned int opened;
-    };
-    const Row rows[] = {
-        {2 * P + 49, {1, 2, 3, 4}, 2},                  // in B: from A on
-        {2 * P, {1, 2, 3, 4}, 2},      {15, {1}, 1},    // in the oldest
-        {3 * P + 5, {4, 5}, 1},                         // in the gap: from the newest that ended before
-        {4 * P + 1, {4, 5, 6}, 2},     {5 * P, {6}, 1}, // past the newest
-        {LLONG_MAX, {6}, 1},           {LLONG_MIN, {}, 0},
+TEST_F(HistoricTableRead, FindsFilesByTheEndInTheirNames) {
+    const std::pair<std::string, Numbers> rows[] = {
+        {A, {1, 2, 3}},  {NameOf(P, 3 * P), {4, 5}}, {NameOf(P, 4 * P), {}},
+        {"x.qvhis", {}}, {A.substr(0, 30), {}},      {A + "x", {}},
     };
     Context context;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.time);
-        EXPECT_EQ(Rest(context, m_Table.BeginReadFLowerBound(row.time, context)), row.numbers);
-        EXPECT_EQ(context.m_NumFilesOpened, row.opened);
-    }
-    const TestTable empty(m_Folder.File("missing"));
-    EXPECT_FALSE(empty.BeginReadFLowerBound(5, context));
-    m_Folder.Write(A, BytesOf({{-5, 7}, {5, 9}}));
-    EXPECT_EQ(Rest(context, m_Table.BeginReadFLowerBound(15, context)), Numbers{9})
-        << "none from before time 0";
-}
-
-TEST_F(HistoricTableRead, ReadsANamedFile) {
-    struct Row {
-        std::string name;
-        Numbers numbers;
-    };
-    const Row rows[] = {
-        {A, {1, 2, 3}},         {C, {6}},        {NameOf(P, 3 * P), {4, 5}}, // only the end is looked up
-        {NameOf(P, 4 * P), {}}, {"x.qvhis", {}}, {A.substr(0, 30), {}},      {A + "x", {}},
-    };
-    Context context;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(Rest(context, BeginFile(row.name, context)), row.numbers);
+    for (const auto& [name, numbers] : rows) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(Rest(context, BeginFile(name, context)), numbers);
         EXPECT_EQ(context.m_State, CHistoricTable::ReadStateFile);
+        EXPECT_EQ(BeginRecord(name, 1, context), !numbers.empty());
+        EXPECT_EQ(context.m_State, CHistoricTable::ReadStateRecord);
     }
     EXPECT_TRUE(m_Table.BeginReadFile((B + "more").c_str(), 31, context)) << "need not be terminated";
-    // A file without a record from time 0 on gives the next file's first; then only that file's.
-    m_Folder.Write(B, Record{-5, 9}.Bytes());
-    EXPECT_EQ(Rest(context, BeginFile(B, context)), Numbers{6});
+    const TestTable empty(m_Folder.File("missing"));
+    EXPECT_FALSE(empty.BeginReadFLowerBound(5, context));
 }
 
-TEST_F(HistoricTableRead, ReadsASingleRecord) {
-    Context context;
-    const auto read = [&](const std::string& name, unsigned int index) {
-        const bool bFound =
-            m_Table.BeginReadRecord(name.data(), static_cast<unsigned int>(name.size()), index, context);
-        EXPECT_EQ(context.m_NumFilesOpened, 0u);
-        EXPECT_EQ(context.m_State, CHistoricTable::ReadStateRecord);
-        const long long number = bFound ? NumberIn(context) : 0;
-        EXPECT_FALSE(m_Table.NextRecord(context));
-        m_Table.EndRead(context);
-        return number;
-    };
-    EXPECT_EQ(read(A, 0), 1);
-    EXPECT_EQ(read(A, 2), 3);
-    EXPECT_EQ(context.m_RecordIndex, 2u);
-    EXPECT_EQ(context.m_NumRecordsRead, 1u);
-    EXPECT_EQ(read("x", 0), 0);
-    EXPECT_EQ(read(NameOf(P, 4 * P), 0), 0);
-    m_Files.FailAt(UINT_MAX, EIO);
-    EXPECT_EQ(read(A, 3), 0);
-    EXPECT_EQ(m_Files.GetCount(), 0u) << "nothing is opened for a record that is not there";
-
-    // Records before time 0 are passed over.
+TEST_F(HistoricTableRead, PassesOverRecordsFromBeforeTime0) {
     m_Folder.Write(A, BytesOf({{-5, 7}, {-4, 8}, {5, 9}}));
-    EXPECT_EQ(read(A, 0), 9);
+    m_Folder.Write(B, Record{-5, 9}.Bytes());
+    Context context;
+    EXPECT_EQ(NumbersOf(m_Table.Read(-4, LLONG_MAX)), (Numbers{8, 9, 6})) << "unless asked for";
+    EXPECT_EQ(Rest(context, m_Table.BeginReadFLowerBound(15, context)), Numbers{9});
+    EXPECT_EQ(Rest(context, BeginFile(B, context)), Numbers{6}) << "the first of the next file";
+    ASSERT_TRUE(BeginRecord(A, 0, context));
+    EXPECT_EQ(RecordIn(context).number, 9);
     EXPECT_EQ(context.m_RecordIndex, 2u);
+}
+
+TEST_F(HistoricTableRead, FindsNoRecordThatIsNotThere) {
+    Context context;
+    m_Files.FailAt(UINT_MAX, EIO);
+    EXPECT_FALSE(BeginRecord(A, 3, context));
+    EXPECT_EQ(m_Files.GetCount(), 0u) << "nothing is opened for it";
     m_Folder.Write(A, BytesOf({{5, 7}}) + "torn");
-    EXPECT_EQ(read(A, 1), 0) << "shorter than the map says";
+    EXPECT_FALSE(BeginRecord(A, 1, context)) << "shorter than the map says";
     m_Folder.Remove(A);
-    EXPECT_EQ(read(A, 0), 0);
+    EXPECT_FALSE(BeginRecord(A, 0, context));
 }
 
 TEST_F(HistoricTableRead, PassesOverWhatCannotBeRead) {
@@ -214,9 +141,9 @@ TEST(HistoricTableLargeRead, ReachesRecordsBeyond4GiB) {
     EXPECT_EQ(std::filesystem::file_size(folder.File(A).GetPath()), (count + 1ULL) * size);
     Context context;
     EXPECT_TRUE(table.BeginReadRecord(A.data(), 31, count, context));
-    EXPECT_EQ(NumberIn(context), 77);
+    EXPECT_EQ(RecordIn(context).number, 77);
     EXPECT_TRUE(table.BeginReadRecord(A.data(), 31, count - 1, context));
-    EXPECT_EQ(NumberIn(context), 0);
+    EXPECT_EQ(RecordIn(context).number, 0);
     table.EndRead(context);
     EXPECT_TRUE(table.Validate());
 }

@@ -257,7 +257,7 @@ TEST(ReplicationModel, AStandbyWithAFullDiskIsRepairedByTheNextQuery) {
     Drain(*main, *standby);
     EXPECT_EQ(standby->Errors(), "Disk Full, Lost Records (3001)");
     EXPECT_EQ(standby->Describe(), "0..2P=1009");
-    EXPECT_EQ(CountsInMap(*standby), CountsOnDisk(standby.folder));
+    EXPECT_TRUE(standby->Validate()) << "the torn record is cut off";
     EXPECT_THAT(standby->TakeLog(),
                 Contains("! Write file '" + NameOf(0, 2 * P) + "' returns: No space left on device"));
 

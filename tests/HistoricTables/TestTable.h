@@ -101,6 +101,10 @@ inline Records RecordsIn(const std::string& bytes) {
     return records;
 }
 
+inline Record RecordIn(const CHistoricTable::ReadContext& context) {
+    return RecordsIn(std::string(reinterpret_cast<const char*>(context.m_pRecord), sizeof(Record)))[0];
+}
+
 // The whole records in a folder's files by name, read without a table.
 inline std::map<std::string, Records> RecordsOnDisk(const TemporaryFolder& folder) {
     std::map<std::string, Records> files;

@@ -145,22 +145,13 @@ void SendAll(QVSocket& socket, std::string_view data) {
     }
 }
 
-void Drain(QVSocket& socket, size_t count) {
+bool Drain(QVSocket& socket, size_t count) {
     std::string buffer(65536, '\0');
-    while (count > 0 && Wait(socket, QVSocket::Readable)) {
-        const int got =
-            socket.RecvData(buffer.data(), static_cast<unsigned int>(std::min(count, buffer.size())));
-        if (got <= 0)
-            return;
-        count -= static_cast<size_t>(got);
-    }
-}
-
-bool DrainToEnd(QVSocket& socket) {
-    char buffer[4096];
     int got = 1;
-    while (got > 0 && Wait(socket, QVSocket::Readable))
-        got = socket.RecvData(buffer, sizeof buffer);
+    while (count > 0 && got > 0 && Wait(socket, QVSocket::Readable)) {
+        got = socket.RecvData(buffer.data(), static_cast<unsigned int>(std::min(count, buffer.size())));
+        count -= static_cast<size_t>(std::max(got, 0));
+    }
     return got == 0;
 }
 

@@ -62,10 +62,9 @@ private:
 };
 
 void SendAll(QVSocket& socket, std::string_view data);
-// Reads and drops so many bytes.
-void Drain(QVSocket& socket, size_t count);
-// Reads until the other side ends; false when it was reset.
-bool DrainToEnd(QVSocket& socket);
+// Reads and drops so many bytes, or what comes until the other side ends; true for the end, false also when it was
+// reset.
+bool Drain(QVSocket& socket, size_t count = ~size_t{0});
 
 // Takes connections in, one after the other, and gives each to `work` in a thread.
 class TestServer {

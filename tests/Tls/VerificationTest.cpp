@@ -88,7 +88,7 @@ TEST(Verification, TakesTheServersThatWereAskedForAndNoOthers) {
                 toldName = SSL_get_servername(peer.GetSSL(), TLSEXT_NAMETYPE_host_name)
                                ? SSL_get_servername(peer.GetSSL(), TLSEXT_NAMETYPE_host_name)
                                : "";
-            DrainToEnd(socket);
+            Drain(socket);
         });
         OpenSSLContext context(false);
         COutputLogToString problems;
@@ -128,7 +128,7 @@ TEST(Verification, RefusesANameThatCannotBe) {
          {std::string("plant.example\0.evil.example", 27), std::string(".example")}) {
         TestServer server([&](QVSocket& socket) {
             EXPECT_FALSE(TlsPeer(socket, alone).Accept());
-            DrainToEnd(socket);
+            Drain(socket);
         });
         OpenSSLContext context(false);
         TestClient client(&context, false);
@@ -142,7 +142,7 @@ TEST(Verification, RefusesANameThatCannotBe) {
 }
 
 TEST(Verification, TakesNoPlainServerForTheOneAskedFor) {
-    TestServer server([](QVSocket& socket) { DrainToEnd(socket); }, 2);
+    TestServer server([](QVSocket& socket) { Drain(socket); }, 2);
     for (const bool bName : {true, false}) {
         TestClient client(nullptr, false);
         if (bName)

@@ -39,7 +39,7 @@ bool AgreesWithTheSystemsCalendar(long long value) {
 TEST(Timestamp, EveryDayOfTheRangeHasItsDate) {
     CQVTimestamp::TimestampStruct fields;
     for (long long day = LLONG_MIN / Day + 1; day <= LLONG_MAX / Day; day++) {
-        ASSERT_TRUE(AgreesWithTheSystemsCalendar(day * Day - day % 2))
+        ASSERT_TRUE(AgreesWithTheSystemsCalendar(day * Day - (day & 1)))
             << day; // its first unit, the last before
         CQVTimestamp(day * Day).GetTimestampStruct(fields);
         CQVTimestamp set;

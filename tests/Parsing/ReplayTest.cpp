@@ -53,6 +53,8 @@ TEST(TextInputFromParseTokens, ReadsPiecesWhereTheyStand) {
     parts.AddToken(word, 9, 1);
     parts.AddToken(word, 3, 4'000'000'000);
     EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 ");
+    parts.Seek(1'000);
+    EXPECT_EQ(parts.Tell(), -1);
     parts.AddToken(tokens.front());
     EXPECT_EQ(PrintRest(parts), "y@1:5 z@1:6 a@1:1 b@1:2 ") << "reading begins again";
 

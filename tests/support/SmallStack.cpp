@@ -1,7 +1,18 @@
 #include <support/SmallStack.h>
 
+#include <cstddef>
 #include <pthread.h>
 #include <stdexcept>
+
+namespace {
+
+#ifdef __OPTIMIZE__
+constexpr std::size_t StackSize = 512 * 1024;
+#else
+constexpr std::size_t StackSize = 2048 * 1024;
+#endif
+
+} // namespace
 
 void RunOnSmallStack(std::function<void()> function) {
     pthread_attr_t attributes;
@@ -11,7 +22,7 @@ void RunOnSmallStack(std::function<void()> function) {
         return nullptr;
     };
     pthread_attr_init(&attributes);
-    if (pthread_attr_setstacksize(&attributes, 512 * 1024) != 0 ||
+    if (pthread_attr_setstacksize(&attributes, StackSize) != 0 ||
         pthread_create(&thread, &attributes, run, &function) != 0)
         throw std::runtime_error("no thread with a small stack");
     pthread_join(thread, nullptr);

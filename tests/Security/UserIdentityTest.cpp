@@ -13,29 +13,20 @@ std::string Text(const CQVUserIdentity& id) {
     return Printed([&](CTextOutput& out) { id.PrintUserIdentity(out); });
 }
 
+// "@ops" is a user, who would come back from a text as a group.
 TEST(UserIdentityTest, NamesMeanKinds) {
-    const struct {
-        const char* name;
-        const char* id;
-        const char* text;
-    } cases[] = {
-        {"bob", "2:bob", "bob"},
-        {"*", "1:", "*"},
-        {"*bob", "1:", "*"},
-        {"Guest", "0:Guest", "Guest"},
-        {"guest", "2:guest", "guest"},
-        {"Jörg9", "2:Jörg9", "Jörg9"},
-        {"", "2:", ""},
-        {"@ops", "2:@ops", "@ops"}, // a user, who would come back as a group
-        {"bob: World=Full;\nx", "2:bob: World=Full;\nx", "bob: World=Full;\nx"},
-        {"%s", "2:%s", "%s"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const char* const name : {"bob", "guest", "Jörg9", "", "@ops", "bob: World=Full;\nx", "%s"}) {
         CQVUserIdentity id;
-        EXPECT_TRUE(id.SetFromUserName(c.name));
-        EXPECT_EQ(Describe(id), c.id);
-        EXPECT_EQ(Text(id), c.text);
+        EXPECT_TRUE(id.SetFromUserName(name));
+        EXPECT_EQ(Describe(id), qvstring("2:") + name);
+        EXPECT_EQ(Text(id), name);
+    }
+    for (const auto& [name, described, text] :
+         {std::tuple("*", "1:", "*"), {"*bob", "1:", "*"}, {"Guest", "0:Guest", "Guest"}}) {
+        CQVUserIdentity id;
+        EXPECT_TRUE(id.SetFromUserName(name));
+        EXPECT_EQ(Describe(id), described);
+        EXPECT_EQ(Text(id), text);
     }
 }
 

@@ -15,50 +15,41 @@ std::string Format(const CSourceLocation& location) {
 }
 
 TEST(SourceLocation, ParsesToOneCanonicalForm) {
-    constexpr unsigned int none = CSourceLocation::NoColon;
-    const struct {
-        const char* line;
-        const char* formatted; // null: no location
-        unsigned int colon;
-    } rows[] = {
-        {"Plant/Logic(12,5-9): error 906: x", "Plant/Logic(12,5-9)", 19},
-        {"C:\\src\\a.txt(3,4): warning 7: x", "C:\\src\\a.txt(3,4)", 17},
-        {"name: some text", "name", 4},
-        {"a(3)", "a(3)", none},
-        {"a(3,1)", "a(3)", none},
-        {"a(3,1-3,1)", "a(3)", none},
-        {"a(3,7-7)", "a(3,7)", none},
-        {"a(3,1-9)", "a(3,1-9)", none},
-        {"a(3,1-4,2)", "a(3,1-4,2)", none},
-        {"a(5", "a(5", none},
-        {"a(b)(5)", "a(b)(5)", none},
-        {"a5)", nullptr, none},
-        {"", nullptr, 0},
-        {"a<b: x", nullptr, 3},
-        {"abc|: x", nullptr, 4},
-        {"abc: <x>", "abc", 3},
-        {"ab:c", "ab:c", none},
-        {"ab:c:d", "ab:c", 4},
-        {"m?b=2&a=1&c", "m?a=1&b=2&c", none},
-        {"m?a=1&a=2(7)", "m?a=1(7)", none},
-        {"m?a=b=c", "m?a=b=c", none},
-        {"m?x?y", "m?x?y", none},
-        {"a()", "a(0)", none},
-        {"a(x)", "a(0)", none},
-        {"a(1,2-3,4-5)", "a(1,2-3,4)", none},
-        {"a(99999999999,5000000000-4294967296)", "a(4294967295,4294967295)", none},
-    };
-    for (const auto& row : rows) {
+    const auto expectForm = [](const qvstring& line, const qvstring& formatted, unsigned int expectedColon) {
         CSourceLocation location(qvstring("before?x=y"));
         unsigned int colon = 0;
-        ASSERT_EQ(location.ParseLocation(row.line, colon), row.formatted != nullptr) << row.line;
-        EXPECT_EQ(colon, row.colon) << row.line;
-        if (row.formatted == nullptr)
-            continue;
-        EXPECT_EQ(Format(location), row.formatted) << row.line;
-        CSourceLocation again;
-        ASSERT_TRUE(again.ParseLocation(row.formatted, colon));
-        EXPECT_EQ(Format(again), row.formatted) << row.line;
+        EXPECT_TRUE(location.ParseLocation(line, colon)) << line;
+        EXPECT_EQ(colon, expectedColon) << line;
+        EXPECT_EQ(Format(location), formatted) << line;
+        EXPECT_TRUE(location.ParseLocation(formatted, colon));
+        EXPECT_EQ(Format(location), formatted) << line;
+    };
+    constexpr unsigned int none = CSourceLocation::NoColon;
+    for (const char* const same :
+         {"a(3)", "a(3,1-9)", "a(3,1-4,2)", "a(5", "a(b)(5)", "ab:c", "m?a=b=c", "m?x?y"})
+        expectForm(same, same, none);
+    const std::pair<const char*, const char*> locations[] = {{"a(3,1)", "a(3)"},
+                                                             {"a(3,1-3,1)", "a(3)"},
+                                                             {"a(3,7-7)", "a(3,7)"},
+                                                             {"m?b=2&a=1&c", "m?a=1&b=2&c"},
+                                                             {"m?a=1&a=2(7)", "m?a=1(7)"},
+                                                             {"a()", "a(0)"},
+                                                             {"a(x)", "a(0)"},
+                                                             {"a(1,2-3,4-5)", "a(1,2-3,4)"}};
+    for (const auto& [text, formatted] : locations)
+        expectForm(text, formatted, none);
+    expectForm("a(99999999999,5000000000-4294967296)", "a(4294967295,4294967295)", none);
+    expectForm("Plant/Logic(12,5-9): error 906: x", "Plant/Logic(12,5-9)", 19);
+    expectForm("C:\\src\\a.txt(3,4): warning 7: x", "C:\\src\\a.txt(3,4)", 17);
+    expectForm("name: some text", "name", 4);
+    expectForm("abc: <x>", "abc", 3);
+    expectForm("ab:c:d", "ab:c", 4);
+    const std::pair<const char*, unsigned int> others[] = {
+        {"a5)", none}, {"", 0}, {"a<b: x", 3}, {"abc|: x", 4}};
+    for (const auto& [line, expectedColon] : others) {
+        unsigned int colon = 0;
+        EXPECT_FALSE(CSourceLocation().ParseLocation(line, colon)) << line;
+        EXPECT_EQ(colon, expectedColon) << line;
     }
 }
 

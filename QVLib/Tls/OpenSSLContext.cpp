@@ -1,5 +1,6 @@
 #include <QVLib/Tls/OpenSSLContext.h>
 
+#include <QVLib/Tls/CertificateAndKey.h>
 #include <QVLib/Tls/OpenSSLBase.h>
 #include <QVPlatform/Assert.h>
 #include <QVPlatform/FilePath.h>
@@ -16,6 +17,8 @@ int OpenSSLContext::m_LockCount = 0;
 std::mutex* OpenSSLContext::m_pLockMutex = nullptr;
 
 namespace {
+
+constexpr unsigned char kSessionName[] = {'Q', 'V'};
 
 // Turns verification on, then reports what became of naming a trust.
 template<typename Load>
@@ -35,8 +38,11 @@ bool Trust(SSL_CTX* context, COutputLog* log, Load load) {
 OpenSSLContext::OpenSSLContext(bool server) {
     InitializeOpenSSL();
     m_pContext = SSL_CTX_new(server ? TLS_server_method() : TLS_client_method());
-    if (server && m_pContext != nullptr)
+    if (server && m_pContext != nullptr) {
         SSL_CTX_set_min_proto_version(m_pContext, TLS1_VERSION);
+        // Without a name for them, sessions could not be resumed once certificates are asked for.
+        SSL_CTX_set_session_id_context(m_pContext, kSessionName, sizeof kSessionName);
+    }
 }
 
 OpenSSLContext::~OpenSSLContext() {
@@ -65,6 +71,16 @@ bool OpenSSLContext::SetTrustFolder(const CQVFilePath& folder, COutputLog* log) 
 
 bool OpenSSLContext::SetSystemTrust(COutputLog* log) {
     return Trust(m_pContext, log, [&] { return SSL_CTX_set_default_verify_paths(m_pContext); });
+}
+
+bool OpenSSLContext::SetCertificateAndKey(const CertificateAndKey& pair, COutputLog* log) {
+    ERR_clear_error();
+    if (m_pContext != nullptr &&
+        SSL_CTX_use_certificate(m_pContext, pair.GetPublicCertificate().GetX509()) == 1 &&
+        SSL_CTX_use_PrivateKey(m_pContext, pair.GetPrivateKey()) == 1)
+        return true;
+    OpenSSLBase().LogSSLErrors(log);
+    return false;
 }
 
 bool OpenSSLContext::GetCipherName(SSL* ssl, char* buffer, unsigned int size) {

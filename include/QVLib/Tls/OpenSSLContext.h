@@ -9,6 +9,10 @@
 // client session of the context refuses servers whose certificate does not lead there, or is outside its
 // dates. OpenSSLClientSocket.h has what is asked of a single server: its name, its key.
 //
+// A server's context needs SetCertificateAndKey(). Given something to trust, it asks its clients for certificates and
+// refuses those whose certificate does not lead there or is outside its dates. A client may still show none:
+// SSL_get_peer_certificate() of the session tells, for those who are to be known by theirs.
+//
 // Versions:  servers take TLS 1.0 and later, clients what OpenSSL takes by itself. The machine's security
 //            level (openssl.cnf, CipherString) may still refuse old peers: at level 2, where Debian starts,
 //            nothing before TLS 1.2 is left.
@@ -21,6 +25,7 @@
 
 class COutputLog;
 class CQVFilePath;
+class CertificateAndKey;
 typedef struct ssl_st SSL;
 typedef struct ssl_ctx_st SSL_CTX;
 
@@ -42,6 +47,11 @@ public:
     bool SetTrustFile(const CQVFilePath& file, COutputLog* log);
     bool SetTrustFolder(const CQVFilePath& folder, COutputLog* log);
     bool SetSystemTrust(COutputLog* log);
+
+    // What every later session shows of itself: a server to its clients, a client to a server that asks. Both
+    // parts of the pair are there and belong together; the context keeps them. False, with OpenSSL's errors in
+    // `log`, when they do not, or are too weak for the machine's security level.
+    bool SetCertificateAndKey(const CertificateAndKey& pair, COutputLog* log);
 
     // Writes OpenSSL's line about the cipher of a session into `buffer`, at most `size` bytes with the
     // terminator. False, with "** No SSL **" or "** No cipher **" instead, for null and before the handshake.

@@ -1,0 +1,78 @@
+#include "Store.h"
+
+#include <cstring>
+#include <stdexcept>
+
+Store::Store(const CQVFilePath& folder) : m_Table(QVFileSystem::GetInstance(), sizeof(Sample), &m_Errors) {
+    CQVFilePath path = folder;
+    if (!path.MakeDirectory())
+        throw std::runtime_error("the folder '" + folder.GetPath() + "' cannot be made");
+    path.AppendFileName(".qv-lock");
+    if (!m_Lock.TryLock(path))
+        throw std::runtime_error(m_Lock.IsHeldElsewhere() ? "'" + folder.GetPath() + "' is another process's"
+                                                          : "'" + path.GetPath() + "' cannot be locked");
+    m_Table.InitialiseFromPath(folder);
+}
+
+bool Store::ReadLast(Sample& sample) {
+    std::vector<CHistoricTable::HistoricFile> files;
+    m_Table.GetFiles(files);
+    CHistoricTable::ReadContext context;
+    bool bFound = false;
+    for (auto file = files.rbegin(); file != files.rend() && !bFound; ++file) {
+        char name[CHistoricTable::FileNameBufferSize];
+        const auto length = static_cast<unsigned int>(file->GetFileName(name));
+        bFound =
+            file->m_NumRecords > 0 && m_Table.BeginReadRecord(name, length, file->m_NumRecords - 1, context);
+        if (bFound)
+            std::memcpy(&sample, context.m_pRecord, sizeof sample);
+        m_Table.EndRead(context);
+    }
+    return bFound;
+}
+
+bool Store::Reader::Read(std::size_t maxSamples, std::vector<Sample>& samples) {
+    m_Store.m_Table.LockRead();
+    const unsigned int changes = m_Store.m_Changes;
+    const bool bGoOn = m_bBegun && changes == m_Changes && changes % 2 == 0;
+    if (!bGoOn)
+        m_Store.m_Table.EndRead(m_Context);
+    bool bMore =
+        bGoOn ? m_Store.m_Table.NextRecord(m_Context) : m_Store.m_Table.BeginRead(m_From, m_To, m_Context);
+    m_bBegun = true;
+    m_Changes = changes;
+    Sample sample;
+    for (std::size_t count = 0; bMore; bMore = m_Store.m_Table.NextRecord(m_Context)) {
+        std::memcpy(&sample, m_Context.m_pRecord, sizeof sample);
+        samples.push_back(sample);
+        m_From = sample.m_Time + 1;
+        if (++count == maxSamples)
+            break;
+    }
+    m_Store.m_Table.UnLockRead();
+    return bMore;
+}
+
+bool Store::TryBeginExchange() {
+    const std::lock_guard lock(m_TurnMutex);
+    if (m_bHouseKeeping || m_bExchange)
+        return false;
+    m_bExchange = true;
+    return true;
+}
+
+void Store::EndExchange() {
+    const std::lock_guard lock(m_TurnMutex);
+    m_bExchange = false;
+}
+
+bool Store::TryBeginHouseKeeping() {
+    const std::lock_guard lock(m_TurnMutex);
+    m_bHouseKeeping = true;
+    return !m_bExchange;
+}
+
+void Store::EndHouseKeeping() {
+    const std::lock_guard lock(m_TurnMutex);
+    m_bHouseKeeping = false;
+}

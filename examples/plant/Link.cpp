@@ -100,6 +100,9 @@ bool Link::TakeFrames() {
             OnMessage(frame[0], in);
         }
         return true;
+    } catch (const ProtocolError& error) {
+        m_Reason = error.what();
+        return false;
     } catch (const std::exception& error) {
         m_Reason = std::string("the server sent what cannot be read: ") + error.what();
         return false;

@@ -1,5 +1,6 @@
 #include "MainLink.h"
 
+#include <QVPlatform/OutputLog.h>
 #include <QVPlatform/SecureMemory.h>
 
 using Clock = std::chrono::steady_clock;
@@ -9,6 +10,19 @@ namespace {
 constexpr std::chrono::milliseconds PauseBetweenTries(500);
 constexpr std::chrono::seconds Patience(5); // the main says every second that it is alive
 constexpr unsigned short Channel = 0;
+
+// Passes on what went wrong, and not that ten times a second something went well.
+class TroubleLog : public COutputLog {
+public:
+    explicit TroubleLog(COutputLog& log) : m_Log(log) {}
+    void Clear() override {}
+    bool AppendMessage(LogType type, int number, const char* text, unsigned int length) override {
+        return type == Information || m_Log.AppendMessage(type, number, text, length);
+    }
+
+private:
+    COutputLog& m_Log;
+};
 
 } // namespace
 
@@ -59,10 +73,11 @@ void MainLink::OnMessage(unsigned char type, FrameInput& in) {
 
 void MainLink::ApplyRequest(FrameInput& in) {
     Message reply(MessageStandbyReply);
+    TroubleLog log(m_Log);
     unsigned int added = 0;
     {
         const Store::Change change(m_Store); // it may delete and split files
-        if (!m_Store.GetTable().StandbyProcessRequest(&m_Log, Channel, in, reply, added))
+        if (!m_Store.GetTable().StandbyProcessRequest(&log, Channel, in, reply, added))
             throw ProtocolError("a request that cannot be applied");
     }
     in.ExpectEnd();

@@ -147,12 +147,15 @@ void Server::CheckRights() {
         return;
     m_NextRightsCheck = Clock::now() + TimeBetweenRightsChecks;
     bool bChanged = false;
-    COutputLogToString problems;
-    m_Rights.LoadTextFile(Below(m_Options.m_ConfigurationFolder, CSecuritySettings::FileName), bChanged,
-                          &problems);
-    if (problems.GetString() != m_SaidAboutRights)
-        m_Log.Print("User rights: %s", problems.GetString().c_str());
-    m_SaidAboutRights = problems.GetString();
+    COutputLogToRawList log;
+    const bool bLoaded = m_Rights.LoadTextFile(
+        Below(m_Options.m_ConfigurationFolder, CSecuritySettings::FileName), bChanged, &log);
+    const bool bSaid = std::exchange(m_bSaidRightsProblem, !bLoaded);
+    for (const COutputLogToRawList::LogEntry& entry : log.GetLogEntries()) {
+        if (!bLoaded && !bSaid)
+            m_Log.AppendMessage(entry.type, entry.number, entry.text.data(),
+                                static_cast<unsigned int>(entry.text.size()));
+    }
     if (!bChanged)
         return;
     m_Log.Print("The user rights have changed");

@@ -102,7 +102,7 @@ private:
     bool m_bInCharge = false;
     Clock::time_point m_NextAlive;
     Clock::time_point m_NextRightsCheck;
-    qvstring m_SaidAboutRights;
+    bool m_bSaidRightsProblem = false;
     // Last, so that their threads end first.
     std::unique_ptr<Authenticator> m_pAuthenticator;
     std::unique_ptr<Recorder> m_pRecorder; // of the main

@@ -72,8 +72,7 @@ public:
     void LogOn() {
         const auto deadline = After(m_Options.m_Timeout);
         for (std::size_t next = 0; !m_bLoggedOn; next++) {
-            std::string& problem = m_Problem;
-            if (Connect(m_Options.m_Servers[next % m_Options.m_Servers.size()], problem))
+            if (Connect(m_Options.m_Servers[next % m_Options.m_Servers.size()], m_Problem))
                 Wait(std::min(deadline, After(5)), [this] { return m_bLoggedOn || !IsActive(); });
             if (m_bRefused)
                 throw Failure(ExitRefused, m_Problem);
@@ -103,6 +102,12 @@ public:
                              (interest.m_Ready & QVSocket::Writable) != 0);
         }
         return true;
+    }
+
+    // Ends the connection as it should be ended.
+    void Leave() {
+        if (IsConnected() && StartShutdown())
+            Wait(After(1), [this] { return !IsActive(); });
     }
 
     // Sends at once what fits.
@@ -193,7 +198,7 @@ private:
     }
 
     void OnEnded(const std::string& reason) override {
-        if (m_Problem.empty() || !m_bLoggedOn)
+        if (!m_bRefused && (m_Problem.empty() || !m_bLoggedOn))
             m_Problem = m_bNotInCharge ? "the main is in charge, and not to be reached" : reason;
         m_bLoggedOn = m_bNotInCharge = false;
     }
@@ -441,9 +446,11 @@ int main(int argc, char** argv) {
             throw Failure(2, "'" + options.m_TrustFile + "' holds no certificate to trust\n" +
                                  problems.GetString());
         Client client(context, options, password);
-        return read.parsed()     ? Read(client, options)
-               : follow.parsed() ? Follow(client, options)
-                                 : ShowAlarms(client, options);
+        const int result = read.parsed()     ? Read(client, options)
+                           : follow.parsed() ? Follow(client, options)
+                                             : ShowAlarms(client, options);
+        client.Leave();
+        return result;
     } catch (const Failure& failure) {
         std::fprintf(stderr, "plant_client: %s\n", failure.what());
         return failure.m_ExitCode;

@@ -99,6 +99,14 @@ CDataFormatSettings ReadFormats(const qvstring& user, const JSONValue* value) {
     return formats;
 }
 
+std::size_t FindTag(const qvstring& name) {
+    for (std::size_t i = 0; i < TagCount; i++) {
+        if (name == Tags[i].m_pName)
+            return i;
+    }
+    Fail("there is no tag '" + name + "'");
+}
+
 qvstring ReadPattern(const JSONValue* value) {
     const qvstring pattern = TextOf(value, "a number's pattern");
     TextInputQVString input(pattern, "pattern");
@@ -121,11 +129,8 @@ Configuration::Configuration(const CQVFilePath& folder, COutputLog& log)
             for (const auto& [user, formats] : MembersOf(value, "users"))
                 m_UserFormats[user] = ReadFormats(user, formats);
         } else if (key == "numbers") {
-            for (unsigned int i = 0; i < TagCount; i++) {
-                if (const JSONValue* const pattern =
-                        dynamic_cast<const JSONValueObject&>(*value).FindMember(Tags[i].m_pName))
-                    m_NumberPatterns[i] = ReadPattern(pattern);
-            }
+            for (const auto& [name, pattern] : MembersOf(value, "numbers"))
+                m_NumberPatterns[FindTag(name)] = ReadPattern(pattern);
         } else {
             Fail("plant.json has no '" + key + "'");
         }

@@ -59,14 +59,16 @@ void Recorder::Flush() {
         const std::lock_guard lock(m_Mutex);
         samples.swap(m_Fresh);
     }
-    // Every one of them has been written into the table; others may have been since.
-    const unsigned int flushed = m_Store.GetTable().FlushRecords(&m_Log);
-    m_Recorded += flushed;
-    if (flushed < samples.size()) {
+    // Every one of them has been written into the table. The table may have been ahead of them, and flushed some before.
+    m_Recorded += m_Store.GetTable().FlushRecords(&m_Log);
+    m_Taken += samples.size();
+    if (m_Taken > m_Recorded) {
         CTextOutputString errors;
         m_Store.GetErrors().GetHistoricTableErrorSummary(errors);
-        m_Log.PrintError("%u of %zu samples were recorded: %s", flushed, samples.size(), errors.GetCStr());
-        samples.resize(flushed);
+        const std::size_t lost = std::min<std::size_t>(m_Taken - m_Recorded, samples.size());
+        m_Log.PrintError("%zu samples could not be recorded: %s", lost, errors.GetCStr());
+        samples.resize(samples.size() - lost);
+        m_Taken = m_Recorded;
     }
     if (samples.empty())
         return;

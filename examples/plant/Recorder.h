@@ -8,7 +8,6 @@
 #include "Store.h"
 
 #include <QVPlatform/OutputLog.h>
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -33,7 +32,6 @@ public:
 
     // Moves out the samples that were published since the last call, at most MaxPublished.
     void TakePublished(std::vector<Sample>& samples);
-    unsigned long long GetRecorded() const { return m_Recorded; }
 
 private:
     static constexpr std::size_t MaxPublished = 100'000;
@@ -48,9 +46,10 @@ private:
     const Settings m_Settings;
     COutputLog& m_Log;
     const std::function<void()> m_OnPublished;
-    Sample m_Last{}; // of the sampling thread
-    std::atomic<unsigned long long> m_Recorded{0};
-    std::mutex m_Mutex; // guards the next two, and is what the threads sleep on
+    Sample m_Last{};                   // of the sampling thread
+    unsigned long long m_Recorded = 0; // of the flushing thread, like the next: flushed, since the start
+    unsigned long long m_Taken = 0;    // out of m_Fresh
+    std::mutex m_Mutex;                // guards the next two, and is what the threads sleep on
     std::vector<Sample> m_Fresh;
     std::vector<Sample> m_Published;
     std::condition_variable_any m_Stopping;

@@ -58,6 +58,10 @@ void Replicator::TakeReply(FrameInput& in) {
     TryExchange();
 }
 
+bool Replicator::IsComplete() const {
+    return m_pSession == nullptr || (!m_bAwaiting && !m_Store.GetTable().MainHasDataToTransfer());
+}
+
 bool Replicator::IsOverdue() const {
     return m_bAwaiting && Session::Clock::now() > m_Asked + Patience;
 }

@@ -16,6 +16,8 @@ public:
     void TryExchange();
     // Throws ProtocolError for what is no reply to the last request.
     void TakeReply(FrameInput& in);
+    // There is no standby, or nothing is left to tell it.
+    bool IsComplete() const;
     // A reply has been awaited for too long.
     bool IsOverdue() const;
 

@@ -11,6 +11,7 @@ namespace {
 constexpr std::chrono::milliseconds TickTime(100);
 constexpr std::chrono::seconds TimeToLogOn(10);
 constexpr std::chrono::seconds TimeToLeave(2);
+constexpr std::chrono::seconds TimeToFinish(5);
 constexpr std::chrono::seconds TimeToTake(10); // something of what waits to be sent
 constexpr std::chrono::seconds TimeBetweenAlive(1);
 constexpr std::chrono::seconds TimeBetweenRightsChecks(2);
@@ -99,9 +100,21 @@ void Server::Run() {
         }
         RemoveDropped();
     }
+    Finish();
+}
+
+// What has been sampled goes to the disk and, where it answers, to the standby.
+void Server::Finish() {
+    m_Log.Print("Stopping");
+    m_pRecorder.reset();
+    const Clock::time_point deadline = Clock::now() + TimeToFinish;
+    while (!m_Replicator.IsComplete() && Clock::now() < deadline) {
+        Tick();
+        m_Loop.RunOnce(10);
+        RemoveDropped();
+    }
     for (const auto& [number, pSession] : m_Sessions)
         SayFarewell(*pSession, "the server stops");
-    m_Log.Print("Stopping");
 }
 
 void Server::Tick() {

@@ -53,6 +53,7 @@ private:
     void Listen();
     bool IsStandby() const { return m_pMainLink != nullptr; }
 
+    void Finish();
     void Tick();
     void CheckSessions();
     void CheckRights();

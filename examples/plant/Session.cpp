@@ -94,8 +94,9 @@ void Session::Flush() {
 }
 
 std::chrono::milliseconds Session::GetStuckTime() const {
-    return GetUnsent() == 0 ? std::chrono::milliseconds(0)
-                            : std::chrono::floor<std::chrono::milliseconds>(Clock::now() - m_LastSent);
+    return GetUnsent() == 0 && !m_pRead
+               ? std::chrono::milliseconds(0)
+               : std::chrono::floor<std::chrono::milliseconds>(Clock::now() - m_LastSent);
 }
 
 bool Session::IsWaiting(int result) {

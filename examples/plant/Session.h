@@ -65,7 +65,7 @@ public:
     // Sends what fits.
     void Flush();
     std::size_t GetUnsent() const { return m_ToSend.size() - m_Sent; }
-    // How long the other side has taken nothing of what waits for it.
+    // How long the other side has taken nothing of what waits for it, or of the range that it has asked for.
     std::chrono::milliseconds GetStuckTime() const;
 
     const unsigned int m_Number;

@@ -72,8 +72,11 @@ public:
     void LogOn() {
         const auto deadline = After(m_Options.m_Timeout);
         for (std::size_t next = 0; !m_bLoggedOn; next++) {
-            if (Connect(m_Options.m_Servers[next % m_Options.m_Servers.size()], m_Problem))
+            std::string problem;
+            if (Connect(m_Options.m_Servers[next % m_Options.m_Servers.size()], problem))
                 Wait(std::min(deadline, After(5)), [this] { return m_bLoggedOn || !IsActive(); });
+            else
+                m_Problem = problem;
             if (m_bRefused)
                 throw Failure(ExitRefused, m_Problem);
             if (m_bLoggedOn)

@@ -28,6 +28,12 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"QVLib/BinaryStreams/", "zlib.h"},
     {"QVLib/Tls/", "openssl/"},
     {"tests/Tls/", "openssl/"},
+    // A program on the library has an event loop of its own, and the server's side of TLS.
+    {"examples/plant/", "openssl/"},
+    {"examples/plant/", "sys/epoll.h"},
+    {"examples/plant/", "sys/eventfd.h"},
+    {"examples/plant/", "unistd.h"},
+    {"examples/plant/", "CLI/"},
     {"tools/", "CLI/"},
     {"tests/tools/", "CLI/"},
     {"tests/", "gtest/"},
@@ -128,7 +134,7 @@ std::string Resolve(const std::string& file, const Include& include, const Tree&
             folders = {FolderPart(file)};
         }
         if (IsTest(file)) {
-            folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/qv/"});
+            folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/qv/", "examples/plant/"});
         }
     }
     for (const std::string& folder : folders) {
@@ -149,6 +155,9 @@ bool IsVisible(const std::string& header, const std::string& file, const Floors&
     }
     if (StartsWith(header, "tools/")) {
         return StartsWith(file, "tools/") || StartsWith(file, "tests/tools/");
+    }
+    if (StartsWith(header, "examples/plant/")) {
+        return StartsWith(file, "tests/plant/");
     }
     if (StartsWith(header, "tests/")) {
         return IsTest(file) && (StartsWith(header, "tests/support/") ||

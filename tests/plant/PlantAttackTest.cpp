@@ -1,12 +1,12 @@
 // Clients that do not keep to the rules: they are dropped with a line in the log, and nobody else notices.
 #include "PlantTesting.h"
+#include "Sample.h"
 
 #include <QVLib/HistoricTables/HistoricTable.h>
 #include <QVLib/Tls/CertificateAndKey.h>
 #include <QVPlatform/NetworkInfo.h>
 #include <QVPlatform/OutputLog.h>
 #include <QVPlatform/Socket.h>
-#include <Sample.h>
 
 #include <gmock/gmock.h>
 

@@ -3,7 +3,7 @@
 
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
-#include <Link.h>
+#include "Link.h"
 #include <QVLib/Tls/OpenSSLContext.h>
 
 #include <gtest/gtest.h>

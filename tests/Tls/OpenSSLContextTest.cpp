@@ -1,7 +1,9 @@
 #include <QVLib/Tls/OpenSSLContext.h>
 
+#include <QVLib/Tls/CertificateAndKey.h>
 #include <QVLib/Tls/OpenSSLBase.h>
 #include <QVPlatform/FilePath.h>
+#include <QVPlatform/NetworkInfo.h>
 #include <QVPlatform/OutputLog.h>
 
 #include "support/TemporaryFolder.h"
@@ -99,4 +101,26 @@ TEST(OpenSSLBase, OpensFilesTellsErrorsAndReadsTexts) {
     EXPECT_EQ(text, qvstring("\xC3\xA4\0b", 4));
     OpenSSLBase::QVStringFromIA5String(nullptr, 0, text);
     EXPECT_EQ(text, "");
+}
+
+// A pair that does not belong together, or is not there, is refused before a client sees it.
+TEST(OpenSSLContext, TakesOnlyACertificateWithItsKey) {
+    const TemporaryFolder folder;
+    COutputLogToString log;
+    CertificateAndKeyInFilePath pair("server", folder.GetFilePath());
+    OpenSSLContext context(true);
+    EXPECT_FALSE(context.SetCertificateAndKey(pair, &log));
+    const QVNetworkInfo network = QVNetworkInfo::OfThisMachine();
+    ASSERT_TRUE(pair.InitCertificateAndKey(CertificateAndKey::CertificateSelfSigned, nullptr, "X", "",
+                                           nullptr, network, &log));
+    EXPECT_TRUE(context.SetCertificateAndKey(pair, &log)) << log.GetString();
+
+    CertificateAndKeyInFilePath other("other", folder.GetFilePath());
+    ASSERT_TRUE(other.InitCertificateAndKey(CertificateAndKey::CertificateSelfSigned, nullptr, "X", "",
+                                            nullptr, network, &log));
+    ASSERT_TRUE(pair.GetCertificateFile().ReplaceFileWith(other.GetCertificateFile()));
+    ASSERT_TRUE(pair.ReadCertificate(&log));
+    log.Clear();
+    EXPECT_FALSE(context.SetCertificateAndKey(pair, &log));
+    EXPECT_THAT(log.GetString(), HasSubstr("key values mismatch"));
 }

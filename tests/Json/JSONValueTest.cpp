@@ -49,21 +49,33 @@ std::string Format(const JSONValue& value, bool pretty = false) {
     return out.GetString();
 }
 
+void ExpectAccepted(const std::string& text, const std::string& compact, const std::string& rest = "") {
+    SCOPED_TRACE(text);
+    const Parsed parsed = Parse(text);
+    ASSERT_TRUE(parsed.value) << parsed.messages;
+    EXPECT_EQ(Format(*parsed.value), compact);
+    EXPECT_EQ(parsed.rest, rest);
+    // Text that is in memory only in part, or not at all, is read token by token.
+    for (const unsigned int readSize : ReadSizes) {
+        ChunkedInput input(text, readSize);
+        const Parsed again = Parse(input);
+        ASSERT_TRUE(again.value) << readSize;
+        EXPECT_EQ(Format(*again.value), compact) << readSize;
+        EXPECT_EQ(again.rest, rest) << readSize;
+    }
+}
+
 TEST(JSONParser, Accepts) {
-    struct Row {
+    const struct {
         std::string text;
         std::string compact;
         std::string rest = "";
-    };
-    const Row rows[] = {
-        {"[1,2,3]", "[1,2,3]"},
+    } rows[] = {
         {R"({"b":1,"a":2})", R"({"a":2,"b":1})"},
         {R"({"a":1,"a":2, "A":3})", R"({"A":3,"a":2})"},
         {R"({"z":1,"a":[],"m":{},"a":{"b":[{}]}})", R"({"a":{"b":[{}]},"m":{},"z":1})"},
-        {"-5", "-5"},
         {"- 5", "-5"},
         {"-\n5 x", "-5", "x"},
-        {"-0", "-0"},
         {"1.5e-3", "0.0015"},
         {"2E+10", "2e+10"},
         {"7.", "7"},
@@ -82,21 +94,11 @@ TEST(JSONParser, Accepts) {
         {"123456789", "1.23457e+08"},
         {"1234567", "1.23457e+06"},
         {"1e21", "1e+21"},
-        {"0.1", "0.1"},
-        {"1e999", "inf"},
-        {"1000000000000000000000000e300", "inf"},
-        {"1e-999", "0"},
-        {"0.0000001e-400", "0"},
-        {"1e99999999999999999999", "inf"},
-        {"1e9223372036854775807", "inf"},
-        {"0.001e-9223372036854775807", "0"},
-        {"0e9223372036854775807", "0"},
         {"[1e-99999999999999999999]", "[0]"},
         {"123456789012345678901234567890", "1.23457e+29"},
         {"True", "true"},
         {"FALSE", "false"},
         {"NULL", "null"},
-        {R"("")", R"("")"},
         {R"("\u0041\u00e9")", "\"Aé\""},
         {R"("\x\/\\\"\b\f\n\r\t")", R"("x/\\\"\b\f\n\r\t")"},
         {R"("\u4z\u")", "\"\\u0004z\\u0000\""},
@@ -107,24 +109,18 @@ TEST(JSONParser, Accepts) {
         {R"("open)", R"("open")"},
         {R"("open\)", R"("open")"},
         {" \n\t[ 1 , {\"a\" : null} ] ", R"([1,{"a":null}])"},
-        {"[[],[[]],{}]", "[[],[[]],{}]"},
         {"{} {}", "{}", "{"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        const Parsed parsed = Parse(row.text);
-        ASSERT_TRUE(parsed.value) << parsed.messages;
-        EXPECT_EQ(Format(*parsed.value), row.compact);
-        EXPECT_EQ(parsed.rest, row.rest);
-        // Text that is in memory only in part, or not at all, is read token by token.
-        for (const unsigned int readSize : ReadSizes) {
-            ChunkedInput input(row.text, readSize);
-            const Parsed again = Parse(input);
-            ASSERT_TRUE(again.value) << readSize;
-            EXPECT_EQ(Format(*again.value), row.compact) << readSize;
-            EXPECT_EQ(again.rest, row.rest) << readSize;
-        }
-    }
+    for (const auto& row : rows)
+        ExpectAccepted(row.text, row.compact, row.rest);
+    for (const char* const same : {"[1,2,3]", "-5", "-0", "0.1", "\"\"", "[[],[[]],{}]"})
+        ExpectAccepted(same, same);
+    for (const char* const huge :
+         {"1e999", "1000000000000000000000000e300", "1e99999999999999999999", "1e9223372036854775807"})
+        ExpectAccepted(huge, "inf");
+    for (const char* const tiny :
+         {"1e-999", "0.0000001e-400", "0.001e-9223372036854775807", "0e9223372036854775807"})
+        ExpectAccepted(tiny, "0");
 }
 
 TEST(JSONParser, RefusesWithOneMessageAtThePlace) {

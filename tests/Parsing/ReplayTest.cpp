@@ -94,7 +94,18 @@ TEST(TextInputFromParseTokens, RandomOperationsAgreeWithTheText) {
 }
 
 TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
-    // Literals that stand in line 3, column 5.
+    const auto expectContent = [](const char* literal, const char* content) {
+        CQVTextLocation begin;
+        begin.SetLineAndColumn(3, 5);
+        const CParseToken token(literal, CErrorLocationTextRange(begin, begin));
+        CTextInputFromStringToken input(token);
+        CTextInput::Position start;
+        input.SavePosition(start);
+        EXPECT_EQ(PrintRest(input), content) << literal;
+        EXPECT_EQ(PrintRest(input), "") << "the end stays the end: " << literal;
+        input.RestorePosition(start);
+        EXPECT_EQ(PrintRest(input), content) << literal;
+    };
     const std::pair<const char*, const char*> rows[] = {
         {"'ab'", "a@3:6 b@3:7 "},
         {"\"ab\"", "a@3:6 b@3:7 "},
@@ -106,10 +117,6 @@ TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
         {"%xa", "a@3:7 "},
         {"%", "%@3:5 "},
         {"abc", "a@3:5 b@3:6 c@3:7 "},
-        {"'", ""},
-        {"\"", ""},
-        {"''", ""},
-        {"", ""},
         {"'abc", "a@3:6 b@3:7 c@3:8 "},
         {"'a$$b'", "a@3:6 $@3:7 b@3:9 "},
         {"'$'$\"x'", "'@3:6 \"@3:8 x@3:10 "},
@@ -119,24 +126,13 @@ TEST(TextInputFromStringToken, ReadsContentAtItsPlace) {
         {"'$41x'", "A@3:6 x@3:9 "},
         {"\"$20aCx\"", "€@3:6 x@3:11 "},
         {"'a\nb'", "a@3:6 ~@3:7 b@4:1 "},
-        {"'a$qb'", "a@3:6 "},
-        {"'a$'", "a@3:6 "},
-        {"'a$4'", "a@3:6 "},
-        {"'a$4x'", "a@3:6 "},
-        {"\"a$123x\"", "a@3:6 "},
     };
-    for (const auto& [literal, content] : rows) {
-        CQVTextLocation begin;
-        begin.SetLineAndColumn(3, 5);
-        const CParseToken token(literal, CErrorLocationTextRange(begin, begin));
-        CTextInputFromStringToken input(token);
-        CTextInput::Position start;
-        input.SavePosition(start);
-        EXPECT_EQ(PrintRest(input), content) << literal;
-        EXPECT_EQ(PrintRest(input), "") << "the end stays the end: " << literal;
-        input.RestorePosition(start);
-        EXPECT_EQ(PrintRest(input), content) << literal;
-    }
+    for (const auto& [literal, content] : rows)
+        expectContent(literal, content);
+    for (const char* const empty : {"'", "\"", "''", ""})
+        expectContent(empty, "");
+    for (const char* const malformed : {"'a$qb'", "'a$'", "'a$4'", "'a$4x'", "\"a$123x\""})
+        expectContent(malformed, "a@3:6 ");
 }
 
 std::string ReportTokens(CTextInput& input) {

@@ -7,7 +7,7 @@
 
 #include <chrono>
 
-class MainLink : public Link {
+class MainLink final : public Link {
 public:
     MainLink(const std::string& address, OpenSSLContext& context, Store& store, COutputLog& log)
         : Link(context), m_Address(address), m_Store(store), m_Log(log) {}

@@ -63,7 +63,7 @@ struct AlarmState {
 };
 
 // The connection of one user, with what the server has told.
-class Client : public Link {
+class Client final : public Link {
 public:
     Client(OpenSSLContext& context, const ClientOptions& options, const CQVSecureWString& password)
         : Link(context), m_Options(options), m_Password(password), m_Access(qvstring()) {}

@@ -188,14 +188,19 @@ TEST_F(BinaryFiles, FailedTransactionLeavesTheTarget) {
 
 TEST_F(BinaryFiles, CommitKeepsLinkAndPermissions) {
     std::filesystem::create_symlink("target", m_Folder.File("link").GetPath());
-    for (const unsigned int mode : {0600u, 0604u}) {
+    const std::string target = m_Folder.File("target").GetPath();
+    const auto modeOf = [](const std::string& path) {
+        return static_cast<unsigned int>(std::filesystem::status(path).permissions());
+    };
+    for (const bool bExists : {false, true}) {
         CBinaryOutputFile output(Mode);
-        ASSERT_TRUE(output.OpenTransacted(m_Folder.File("link"), 0600));
-        output << mode;
+        ASSERT_TRUE(output.OpenTransacted(m_Folder.File("link"), 0640));
+        const unsigned int modeOfNew = modeOf(target + "Temp"); // 0640, less the umask
+        EXPECT_EQ(modeOfNew | 0040, 0640u);
+        EXPECT_TRUE(!bExists || modeOfNew == 0600) << "nobody else reads what may be secret";
         ASSERT_TRUE(output.CloseAndCommitTransactedFile(&m_Log));
-        const std::string target = m_Folder.File("target").GetPath();
         EXPECT_TRUE(std::filesystem::is_symlink(m_Folder.File("link").GetPath()));
-        EXPECT_EQ(std::filesystem::status(target).permissions(), static_cast<std::filesystem::perms>(mode));
+        EXPECT_EQ(modeOf(target), bExists ? 0604u : modeOfNew);
         std::filesystem::permissions(target, static_cast<std::filesystem::perms>(0604));
     }
 }

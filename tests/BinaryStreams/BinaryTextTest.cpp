@@ -74,6 +74,7 @@ TEST(Base64, DecodesGroupsAndRefusesTheRest) {
         {"TWFuTWFu", 5, false, "4D 61 6E"},
         {"TWFuTQ==", 3, false, "4D 61 6E"},
         {"TWFu", 0, false, ""},
+        {"TWE=", 1, false, ""},
         {"TW=u", 3, false, ""},
         {"T===", 3, false, ""},
         {"TWF\n", 3, false, ""},

@@ -63,23 +63,26 @@ TEST(TextInputBinary, ReadsBackTextThatWasWrittenAmongValues) {
     EXPECT_EQ(number, 4711u);
 }
 
-// Counts itself, and cannot be read.
-class BrokenInput : public BinaryInputFromReadOnlyData {
+// Counts itself, and may be one that cannot be read.
+class CountedInput : public BinaryInputFromReadOnlyData {
 public:
-    explicit BrokenInput(int& live)
-        : BinaryInputFromReadOnlyData(BinaryStringLengthNotAllowed, nullptr, 0), m_Live(++live) {}
-    ~BrokenInput() override { --m_Live; }
-    bool IsEOF() const override { return false; }
+    CountedInput(int& live, bool bBroken)
+        : BinaryInputFromReadOnlyData(BinaryStringLengthNotAllowed, nullptr, 0), m_Live(++live),
+          m_bBroken(bBroken) {}
+    ~CountedInput() override { --m_Live; }
+    bool IsEOF() const override { return !m_bBroken; }
 
 private:
     int& m_Live;
+    const bool m_bBroken;
 };
 
 TEST(TextInputBinary, DeletesWhatItOwns) {
     int live = 0;
-    EXPECT_THROW(CTextInputFromBinaryInput(new BrokenInput(live), true), CBinaryInput::EOFException);
+    EXPECT_THROW(CTextInputFromBinaryInput(new CountedInput(live, true), true), CBinaryInput::EOFException);
+    CTextInputFromBinaryInput(new CountedInput(live, false), true);
     EXPECT_EQ(live, 0);
-    BrokenInput borrowed(live);
+    CountedInput borrowed(live, true);
     EXPECT_THROW(CTextInputFromBinaryInput(&borrowed, false), CBinaryInput::EOFException);
     EXPECT_EQ(live, 1);
 }

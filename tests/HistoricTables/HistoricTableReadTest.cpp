@@ -38,8 +38,13 @@ protected:
 
 TEST_F(HistoricTableRead, FindsFilesByTheEndInTheirNames) {
     const std::pair<std::string, Numbers> rows[] = {
-        {A, {1, 2, 3}},  {NameOf(P, 3 * P), {4, 5}}, {NameOf(P, 4 * P), {}},
-        {"x.qvhis", {}}, {A.substr(0, 30), {}},      {A + "x", {}},
+        {A, {1, 2, 3}},
+        {NameOf(P, 3 * P), {4, 5}},
+        {NameOf(P, 4 * P), {}},
+        {"x.qvhis", {}},
+        {A.substr(0, 30), {}},
+        {A + "x", {}},
+        {A.substr(0, 25) + "xqvhis", {}},
     };
     Context context;
     for (const auto& [name, numbers] : rows) {

@@ -12,6 +12,7 @@ Recorder::Recorder(Store& store, const Settings& settings, COutputLog& log, std:
 Recorder::~Recorder() {
     m_Sampler = std::jthread();
     m_Keeper = std::jthread();
+    m_Store.EndHouseKeeping(); // it may have asked for a turn that it does not take any more
     Flush();
 }
 

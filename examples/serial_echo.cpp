@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-class EchoDriver : public QVSerialPortAsync {
+class EchoDriver final : public QVSerialPortAsync {
 public:
     ~EchoDriver() { ClosePort(); }
 

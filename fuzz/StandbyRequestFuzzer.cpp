@@ -32,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         while (!in.IsEOF())
             standby->StandbySkipRequest(0, in);
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
+        QV_ASSERT(*error.what() != '\0');
     }
     return 0;
 }

@@ -23,7 +23,7 @@ void AppendDigits(std::string& out, std::string_view digits, int exponent) {
             out.append(".").append(digits.substr(1));
         out.append(exponent < 0 ? "e-" : "e+").append(std::to_string(std::abs(exponent)));
     } else if (exponent < 0) {
-        out.append("0.").append(static_cast<std::size_t>(-exponent - 1), '0').append(digits);
+        out.append("0.").append(static_cast<unsigned int>(-exponent - 1), '0').append(digits);
     } else if (exponent + 1 >= count) {
         out.append(digits).append(static_cast<std::size_t>(exponent + 1 - count), '0');
     } else {

@@ -255,7 +255,7 @@ std::string ReplicationSender::GetStatusText() const {
         if (Clock::now() < m_RateStart + 2 * RateTime)
             bytesPerSecond = m_BytesPerSecond;
     }
-    const std::string text =
+    std::string text =
         std::string("standby: ") + CHistoricTable::GetTransferStateText(m_Table.GetTransferState());
     if (!m_Table.IsStandbyTransferActive())
         return text;

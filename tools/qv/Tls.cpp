@@ -78,7 +78,7 @@ std::string Join(const std::list<qvstring>& names) {
 }
 
 // One connection: the standard input to the server, what the server sends to the standard output.
-class TlsConnection : public OpenSSLClientSocket {
+class TlsConnection final : public OpenSSLClientSocket {
 public:
     TlsConnection(OpenSSLContext* context, const ConnectOptions& options, bool bPrintReceived,
                   COutputLog& log)

@@ -94,6 +94,7 @@ TEST(HistoricTableMaintenance, SplitsTheLargestFileAboveFourThirds) {
     EXPECT_FALSE(table->SplitLargest(3));
     EXPECT_THAT(table->TakeLog(), ElementsAre(SplitLine(2 * P, 2 * P + 3 * M, 3 * P, 5),
                                               SplitLine(3 * P, 3 * P + 3 * M, 4 * P, 5)));
+    EXPECT_EQ(table->m_SplitCommands.size(), 0u) << "no standby transfer is active";
     EXPECT_FALSE(TestTable(CQVFilePath("missing")).SplitLargest(0));
 }
 

@@ -125,6 +125,14 @@ bool CQVFilePath::FileExists() const {
     return qv_system().stat(m_Path.c_str(), &status) == 0;
 }
 
+int CQVFilePath::GetPermissions() {
+    struct stat status;
+    if (qv_system().stat(m_Path.c_str(), &status) == 0)
+        return static_cast<int>(status.st_mode & 07777);
+    SetLastError(errno);
+    return -1;
+}
+
 bool CQVFilePath::EraseFile() {
     if (qv_system().unlink(m_Path.c_str()) == 0)
         return true;

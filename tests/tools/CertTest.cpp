@@ -48,6 +48,9 @@ TEST_F(QvCert, MakesShowsAndChecksTheCertificateOfAServer) {
               "{\"name\":\"srv\",\"finding\":\"name\",\"text\":\"made for the host 'srv.plant', and this one "
               "is 'b'\"}\n{\"name\":\"srv\",\"finding\":\"name\",\"text\":\"lacks the name 'b' of this "
               "host\"}\n");
+    InFolder("chmod 0640 srv.key");
+    EXPECT_EQ(Find(host), "srv: its key's file is open to others than its owner, 0640; 0600 is right\n");
+    InFolder("chmod 0600 srv.key");
     // An authority is for no host. A server need not have its key.
     EXPECT_THAT(Do("cert check . authority --json"), HasSubstr("\"finding\":\"none\""));
     InFolder("mv authority.key other.key");

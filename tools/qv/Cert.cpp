@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <QVLib/Tls/CertificateAndKey.h>
 #include <QVLib/Tls/CertificateSummary.h>
+#include <QVPlatform/Format.h>
 #include <QVPlatform/NetworkInfo.h>
 #include <QVPlatform/OutputLog.h>
 #include <map>
@@ -275,6 +276,7 @@ public:
         certificate.GetNetworkInfo(names);
         if (!certificate.IsForPrivateKey(m_Pair.GetPrivateKey()))
             m_Findings.Add("key", "the certificate is for another key than the one beside it");
+        CheckKeyFile(m_Pair.GetKeyFile());
         CheckDates("", summary, m_Options.m_WarnDays, m_Findings);
         const bool bOwnIssuer = summary.m_Issuer == summary.m_Subject;
         // An authority stands for no host.
@@ -286,6 +288,17 @@ public:
     }
 
 private:
+    // A key that others know is nobody's any more.
+    void CheckKeyFile(CQVFilePath file) {
+        const int mode = file.GetPermissions();
+        if (mode < 0 || (mode & 077) == 0)
+            return;
+        char text[16];
+        qv_sprintf(text, sizeof text, "%04o", static_cast<unsigned int>(mode));
+        m_Findings.Add("exposed", "its key's file is open to others than its owner, " + std::string(text) +
+                                      "; 0600 is right");
+    }
+
     // The key that has to have signed: the certificate's own, or that of the authority, of which a server need not
     // have the private half.
     EVP_PKEY* FindSigner(const X509Certificate& certificate, bool bOwnIssuer) {

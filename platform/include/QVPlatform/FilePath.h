@@ -38,6 +38,9 @@ public:
 
     // True when something exists under the path that could be examined.
     bool FileExists() const;
+    // The permissions of what the path leads to, as chmod takes them (0640); -1, with the error, where the system does
+    // not tell.
+    int GetPermissions();
     // Removes a file (not a folder).
     bool EraseFile();
     // Makes a folder; true when it is there afterwards, made now or before. Its parent must exist

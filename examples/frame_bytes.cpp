@@ -22,7 +22,7 @@ int main() {
     std::printf("is %s\n", crc.GetValue() == 0 ? "whole" : "damaged");
 
     // Ten telegrams a second for a minute, counted by the second.
-    RateCalculator rate(CQVTimeInterval(CQVTimeInterval::UnitsPerSecond));
+    RateCalculator rate(CQVTimeInterval{CQVTimeInterval::UnitsPerSecond});
     for (int telegram = 0; telegram < 600; ++telegram)
         rate.AddSample(sizeof frame, CQVTimestamp(telegram * CQVTimeInterval::UnitsPerSecond / 10));
     std::printf("%.0f bytes a second\n", rate.GetRate());

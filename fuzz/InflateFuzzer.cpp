@@ -55,8 +55,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 QV_ASSERT(position + number <= all.size());
                 QV_ASSERT(std::memcmp(buffer, all.data() + position, number) == 0);
             }
-        } catch (const CBinaryInput::EOFException&) {
-        } catch (const std::logic_error&) {
+        } catch (const CBinaryInput::EOFException& end) {
+            QV_ASSERT(end.GetCount() != 0);
+        } catch (const std::logic_error& damage) {
+            QV_ASSERT(*damage.what() != '\0');
         }
     }
     return 0;

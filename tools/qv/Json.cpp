@@ -362,7 +362,7 @@ ExitCode Print(const std::string& text, Report& report) {
 
 // Has `run` called for a command, with a report that it shall write.
 template<class Run>
-void SetCallback(CLI::App& command, ToolContext& context, Run run) {
+void SetCallback(CLI::App& command, ToolContext& context, const Run& run) {
     command.callback([&context, run] {
         Report report(context.m_Format);
         try {

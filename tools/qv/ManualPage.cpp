@@ -96,7 +96,7 @@ void AddCommand(std::string& page, const CLI::App& command, const std::string& n
 } // namespace
 
 std::string ManualPage(const CLI::App& app) {
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     std::string page = ".TH QV 1 \"\" \"" + app.version() + "\" \"User Commands\"\n";
     page += ".SH NAME\n" + name + " \\- " + Escaped(app.get_description()) + "\n";
     page += ".SH SYNOPSIS\n" + Bold(name) + " " + Italic("COMMAND") + " [" + Italic("ARGUMENT") + "]... [" +

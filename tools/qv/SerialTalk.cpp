@@ -135,7 +135,7 @@ private:
 };
 
 // The port, and what it tells.
-class TalkPort : public QVSerialPortAsync {
+class TalkPort final : public QVSerialPortAsync {
 public:
     TalkPort(TalkReport& report, bool bTrace) : m_Report(report), m_bTrace(bTrace) {}
     ~TalkPort() { ClosePort(); }

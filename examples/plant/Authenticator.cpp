@@ -34,7 +34,7 @@ std::deque<Authenticator::Answer> Authenticator::TakeAnswers() {
 
 void Authenticator::AnswerQuestions(const std::stop_token& stop) {
     std::unique_lock lock(m_Mutex);
-    while (m_Asked.wait(lock, stop, [this] { return !m_Questions.empty(); })) {
+    while (m_Asked.wait(lock, stop, [this] { return !m_Questions.empty(); }) && !stop.stop_requested()) {
         const Question question = std::move(m_Questions.front());
         m_Questions.pop_front();
         lock.unlock();
@@ -62,7 +62,5 @@ void Authenticator::Check(const Question& question, Answer& answer) const {
     if (answer.m_bAccepted) {
         answer.m_Token.SetSpecifiedUser(question.m_User);
         answer.m_Token.m_Groups = user->second.m_Groups;
-    } else {
-        answer.m_Problem = "wrong user or password";
     }
 }

@@ -17,7 +17,7 @@ public:
     struct Answer {
         unsigned int m_Session = 0;
         bool m_bAccepted = false;
-        qvstring m_Problem;
+        qvstring m_Problem; // for the log: it may tell whether there is such a user
         CQVUserAccessToken m_Token;
     };
 

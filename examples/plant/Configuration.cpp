@@ -1,6 +1,7 @@
 #include "Configuration.h"
 
 #include "Sample.h"
+#include "Wire.h"
 
 #include <QVLib/Formatting/DecimalFormat.h>
 #include <QVLib/Json/JSONParseContext.h>
@@ -55,10 +56,19 @@ qvstring TextOf(const JSONValue* value, const qvstring& what) {
     return text->GetValue();
 }
 
+// What goes to the clients, who take no longer ones.
+qvstring ShortTextOf(const JSONValue* value, const qvstring& what) {
+    const qvstring text = TextOf(value, what);
+    if (text.size() > MaxNameLength)
+        Fail(what + " is too long");
+    return text;
+}
+
 AlarmConfiguration ReadAlarm(const JSONValue* value) {
     AlarmConfiguration alarm;
     for (const auto& [key, member] : MembersOf(value, "an alarm")) {
-        const qvstring text = TextOf(member, "an alarm's " + key);
+        const qvstring what = "an alarm's " + key;
+        const qvstring text = key == "condition" ? TextOf(member, what) : ShortTextOf(member, what);
         if (key == "name")
             alarm.m_Name = text;
         else if (key == "condition")
@@ -108,7 +118,7 @@ std::size_t FindTag(const qvstring& name) {
 }
 
 qvstring ReadPattern(const JSONValue* value) {
-    const qvstring pattern = TextOf(value, "a number's pattern");
+    const qvstring pattern = ShortTextOf(value, "a number's pattern");
     TextInputQVString input(pattern, "pattern");
     if (DecimalFormat().ParseDecimalFormat(&input) != 0)
         Fail("'" + pattern + "' is no pattern of numbers");

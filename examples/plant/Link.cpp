@@ -47,7 +47,7 @@ void Link::Disconnect() {
     HardResetSocket();
     m_Addresses.clear();
     m_Reader.Clear();
-    m_ToSend.clear();
+    Wipe(m_ToSend);
     m_Reason.clear();
     m_bActive = m_bConnected = false;
 }

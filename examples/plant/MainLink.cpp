@@ -8,6 +8,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr std::chrono::milliseconds PauseBetweenTries(500);
+constexpr std::chrono::seconds PauseAfterTrouble(5);
 constexpr std::chrono::seconds Patience(5); // the main says every second that it is alive
 constexpr unsigned short Channel = 0;
 
@@ -69,18 +70,24 @@ void MainLink::OnMessage(unsigned char type, FrameInput& in) {
     } else if (type != MessageAlive) {
         throw ProtocolError("a message of type " + std::to_string(type));
     }
+    in.ExpectEnd();
 }
 
 void MainLink::ApplyRequest(FrameInput& in) {
     Message reply(MessageStandbyReply);
     TroubleLog log(m_Log);
     unsigned int added = 0;
+    const qvstring errors = m_Store.GetErrorText();
     {
         const Store::Change change(m_Store); // it may delete and split files
         if (!m_Store.GetTable().StandbyProcessRequest(&log, Channel, in, reply, added))
             throw ProtocolError("a request that cannot be applied");
     }
-    in.ExpectEnd();
+    // Without a reply, and connected anew, the main finds out what is missing here.
+    if (m_Store.GetErrorText() != errors) {
+        m_NextTry = Clock::now() + PauseAfterTrouble;
+        throw ProtocolError("the records cannot be written");
+    }
     Send(reply);
 }
 

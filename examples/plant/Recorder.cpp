@@ -33,7 +33,6 @@ void Recorder::SampleMachine(const std::stop_token& stop) {
         // A clock that is set back must not turn the order of the records around.
         sample.m_Time = std::max(now.GetValue(), sample.m_Time + 1);
         sample.m_Sequence++;
-        m_Store.GetTable().WriteNewRecord(sample.m_Time, &sample);
         const std::lock_guard lock(m_Mutex);
         m_Fresh.push_back(sample);
     }
@@ -60,16 +59,15 @@ void Recorder::Flush() {
         const std::lock_guard lock(m_Mutex);
         samples.swap(m_Fresh);
     }
-    // Every one of them has been written into the table. The table may have been ahead of them, and flushed some before.
-    m_Recorded += m_Store.GetTable().FlushRecords(&m_Log);
-    m_Taken += samples.size();
-    if (m_Taken > m_Recorded) {
-        CTextOutputString errors;
-        m_Store.GetErrors().GetHistoricTableErrorSummary(errors);
-        const std::size_t lost = std::min<std::size_t>(m_Taken - m_Recorded, samples.size());
-        m_Log.PrintError("%zu samples could not be recorded: %s", lost, errors.GetCStr());
-        samples.resize(samples.size() - lost);
-        m_Taken = m_Recorded;
+    for (const Sample& sample : samples)
+        m_Store.GetTable().WriteNewRecord(sample.m_Time, &sample);
+    const qvstring before = m_Store.GetErrorText();
+    const std::size_t written = m_Store.GetTable().FlushRecords(&m_Log);
+    // A file that cannot be closed may have kept none of what was written to it.
+    if (written < samples.size() || m_Store.GetErrorText() != before) {
+        m_Log.PrintError("Of %zu samples, %zu were written: %s", samples.size(), written,
+                         m_Store.GetErrorText().c_str());
+        samples.clear();
     }
     if (samples.empty())
         return;

@@ -46,10 +46,8 @@ private:
     const Settings m_Settings;
     COutputLog& m_Log;
     const std::function<void()> m_OnPublished;
-    Sample m_Last{};                   // of the sampling thread
-    unsigned long long m_Recorded = 0; // of the flushing thread, like the next: flushed, since the start
-    unsigned long long m_Taken = 0;    // out of m_Fresh
-    std::mutex m_Mutex;                // guards the next two, and is what the threads sleep on
+    Sample m_Last{};    // before the start
+    std::mutex m_Mutex; // guards the next two, and is what the threads sleep on
     std::vector<Sample> m_Fresh;
     std::vector<Sample> m_Published;
     std::condition_variable_any m_Stopping;

@@ -1,14 +1,18 @@
 #include "Server.h"
 
 #include <QVLib/Tls/CertificateAndKey.h>
+#include <QVPlatform/FileLock.h>
 #include <QVPlatform/NetworkInfo.h>
 #include <QVPlatform/Process.h>
 #include <algorithm>
 #include <cerrno>
+#include <sys/resource.h>
+#include <thread>
 
 namespace {
 
 constexpr std::chrono::milliseconds TickTime(100);
+constexpr std::chrono::seconds TimeToMakeCertificates(30);
 constexpr std::chrono::seconds TimeToLogOn(10);
 constexpr std::chrono::seconds TimeToLeave(2);
 constexpr std::chrono::seconds TimeToFinish(5);
@@ -16,8 +20,37 @@ constexpr std::chrono::seconds TimeToTake(10); // something of what waits to be 
 constexpr std::chrono::seconds TimeBetweenAlive(1);
 constexpr std::chrono::seconds TimeBetweenRightsChecks(2);
 constexpr std::chrono::seconds TimeToTakeCharge(2);
+constexpr std::chrono::seconds PauseInAccepting(1);
 constexpr unsigned int MaxStrangers = 32;
 constexpr unsigned int MaxSessions = 128;
+
+// A socket and a file for each session, and enough for the recorder and the rest: no client takes a descriptor that a
+// sample needs.
+constexpr rlim_t DescriptorsNeeded = 2 * (MaxSessions + 1) + 64;
+
+void ReserveDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur >= DescriptorsNeeded)
+        return;
+    limit.rlim_cur = std::min(DescriptorsNeeded, limit.rlim_max);
+    if (limit.rlim_cur < DescriptorsNeeded || setrlimit(RLIMIT_NOFILE, &limit) != 0)
+        throw std::runtime_error(std::to_string(DescriptorsNeeded) +
+                                 " descriptors are needed, and the system allows " +
+                                 std::to_string(limit.rlim_max));
+}
+
+// Servers that share a folder start at the same time, and only one of them may make the authority.
+void LockCertificates(const CQVFilePath& folder, CQVFileLock& lock) {
+    CQVFilePath path = folder;
+    path.AppendFileName(".certificates-lock");
+    const auto deadline = std::chrono::steady_clock::now() + TimeToMakeCertificates;
+    while (!lock.TryLock(path) && lock.IsHeldElsewhere()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            throw std::runtime_error("another server has been making certificates for too long");
+        std::this_thread::sleep_for(TickTime);
+    }
+}
 
 CQVFilePath Below(const CQVFilePath& folder, const char* name) {
     CQVFilePath path = folder;
@@ -30,6 +63,7 @@ CQVFilePath Below(const CQVFilePath& folder, const char* name) {
 Server::Server(const ServerOptions& options, COutputLog& log)
     : m_Options(options), m_Log(log), m_Configuration(options.m_ConfigurationFolder, log),
       m_Store(options.m_DataFolder), m_Alarms(m_Configuration.m_Alarms, log), m_Replicator(m_Store, log) {
+    ReserveDescriptors();
     m_Rights.InitialiseSecuritySettings(options.m_ConfigurationFolder, true, false, &log);
     SetUpCertificates();
     Listen();
@@ -57,6 +91,8 @@ void Server::SetUpCertificates() {
     CertificateAndKeyInFilePath authority("authority", m_Options.m_ConfigurationFolder);
     CertificateAndKeyInFilePath server(m_Options.m_Name.c_str(), m_Options.m_ConfigurationFolder);
     const char* const organization = "Plant";
+    CQVFileLock lock; // which fails where nothing can be made anyway
+    LockCertificates(m_Options.m_ConfigurationFolder, lock);
     if (!authority.InitCertificateAndKey(CertificateAndKey::CertificateIssuer, nullptr, organization, "",
                                          nullptr, network, &m_Log) ||
         !server.InitCertificateAndKey(CertificateAndKey::CertificateEndEntity, &authority, organization, "",
@@ -123,6 +159,8 @@ void Server::Tick() {
         UpdateMainLink();
         CheckCharge();
     }
+    if (Clock::now() >= m_NextAccept)
+        m_Loop.Watch(m_Listener.GetSocket().GetSocketHandle(), true, false);
     CheckSessions();
     CheckRights();
     Session* const pStandby = m_Replicator.GetSession();
@@ -212,8 +250,15 @@ void Server::Accept() {
     Session& session = *pSession;
     QVSocketAddress peer;
     if (!m_Listener.AcceptConnection(session.GetSocket(), peer)) {
-        if (m_Listener.GetLastError() == EMFILE || m_Listener.GetLastError() == ENFILE)
-            m_Log.PrintError("A client cannot be taken in: no descriptors are left");
+        const int error = m_Listener.GetLastError();
+        if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
+            char text[256];
+            m_Listener.GetLastErrorString(text, sizeof text);
+            m_Log.PrintError("A client cannot be taken in: %s", text);
+            // The client goes on waiting; the loop must not be called for it all the time.
+            m_Loop.Watch(m_Listener.GetSocket().GetSocketHandle(), false, false);
+            m_NextAccept = Clock::now() + PauseInAccepting;
+        }
         return;
     }
     // The oldest stranger goes, not the new one: who is honest logs on at once.

@@ -101,6 +101,7 @@ private:
     std::unique_ptr<MainLink> m_pMainLink; // of a standby
     int m_WatchedLink = -1;                // its socket
     bool m_bInCharge = false;
+    Clock::time_point m_NextAccept;
     Clock::time_point m_NextAlive;
     Clock::time_point m_NextRightsCheck;
     bool m_bSaidRightsProblem = false;

@@ -54,6 +54,8 @@ void Server::HandleLogon(Session& session, FrameInput& in) {
     in >> password;
     in.ExpectEnd();
     session.BeginFrames(MaxClientFrame);
+    if (role > RoleStandby || user.find('\0') != qvstring::npos)
+        throw ProtocolError("a logon of no known role, or of a name that is none");
     if (role == RoleStandby)
         return AcceptStandby(session);
     session.m_Access.SetUserName(user.data(), static_cast<unsigned int>(user.size()));
@@ -88,8 +90,10 @@ void Server::TakeAnswers() {
             continue; // it has left meanwhile
         Session& session = *found->second;
         Guard(session, [&] {
+            if (!answer.m_Problem.empty())
+                m_Log.Print("Session %s: %s", session.GetName().c_str(), answer.m_Problem.c_str());
             if (!answer.m_bAccepted)
-                RefuseLogon(session, LogonRefused, answer.m_Problem);
+                RefuseLogon(session, LogonRefused, "wrong user or password");
             else if (!m_bInCharge)
                 RefuseLogon(session, LogonNotInCharge, "the main is in charge");
             else
@@ -117,6 +121,8 @@ void Server::AcceptClient(Session& session, Authenticator::Answer& answer) {
     for (unsigned int i = 0; i < TagCount; i++)
         reply << Tags[i].m_pName << Tags[i].m_pUnit << m_Configuration.m_NumberPatterns[i];
     session.Send(reply);
+    if (IsStandby())
+        return; // which judges no alarms, and must not call them cleared
     for (const Alarm& alarm : m_Alarms.GetAll())
         SendAlarm(session, alarm);
 }
@@ -162,11 +168,11 @@ void Server::HandleAcknowledge(Session& session, FrameInput& in) {
     in.ExpectEnd();
     Alarm* const pAlarm = IsStandby() ? nullptr : m_Alarms.Find(name);
     if (pAlarm == nullptr)
-        return Refuse(session, MessageAcknowledge, 0, "there is no alarm '" + name + "'");
+        return Refuse(session, MessageAcknowledge, 0, "there is no such alarm");
     if (!session.m_Access.HasPrivilege(pAlarm->m_Configuration.m_Zone, RightAcknowledge))
         return Refuse(session, MessageAcknowledge, 0, "the right Acknowledge is missing in the alarm's zone");
     if (pAlarm->m_State != Alarm::Active)
-        return Refuse(session, MessageAcknowledge, 0, "'" + name + "' is not active");
+        return Refuse(session, MessageAcknowledge, 0, "that alarm is not active");
     CQVTimestamp now;
     now.SetUTC();
     pAlarm->m_State = Alarm::Acknowledged;

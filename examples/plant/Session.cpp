@@ -60,6 +60,8 @@ bool Session::Handshake() {
 }
 
 void Session::BeginFrames(unsigned int maxLength) {
+    if (!m_Reader.IsAtEnd())
+        throw ProtocolError("something stands behind the logon");
     m_Reader.Clear();
     m_Reader.SetMaxLength(maxLength);
 }
@@ -67,6 +69,11 @@ void Session::BeginFrames(unsigned int maxLength) {
 void Session::Send(Message& message) {
     if (GetUnsent() == 0)
         m_LastSent = Clock::now();
+    // Who is slow may never have taken all, so what was taken goes as soon as it is the larger part.
+    if (m_Sent > GetUnsent()) {
+        m_ToSend.erase(m_ToSend.begin(), m_ToSend.begin() + static_cast<std::ptrdiff_t>(m_Sent));
+        m_Sent = 0;
+    }
     message.AppendTo(m_ToSend);
     if (GetUnsent() > MaxToSend)
         throw ProtocolError("it does not take what it is sent");

@@ -59,7 +59,8 @@ public:
     // Takes in what has arrived, at most one record of TLS.
     void Receive();
     bool NextFrame(std::span<const unsigned char>& frame) { return m_Reader.Next(frame); }
-    // Forgets what has been received, and takes frames of another length from now on.
+    // What has been received was a logon, which is wiped; frames of another length are taken from now on. Throws
+    // ProtocolError when something stands behind it.
     void BeginFrames(unsigned int maxLength);
     void Send(Message& message);
     // Sends what fits.

@@ -1,5 +1,7 @@
 #include "Store.h"
 
+#include <QVPlatform/FindFiles.h>
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -12,23 +14,36 @@ Store::Store(const CQVFilePath& folder) : m_Table(QVFileSystem::GetInstance(), s
         throw std::runtime_error(m_Lock.IsHeldElsewhere() ? "'" + folder.GetPath() + "' is another process's"
                                                           : "'" + path.GetPath() + "' cannot be locked");
     m_Table.InitialiseFromPath(folder);
+    // The table would make do with what it can see. A main would begin anew then, and take from its standby what it
+    // does not see itself.
+    CQVFindFiles files;
+    for (bool bMore = files.FirstFile(folder.GetPath() + "/*.qvhis"); bMore; bMore = files.NextFile()) {
+    }
+    if (files.GetLastError() != 0)
+        throw std::runtime_error("the folder '" + folder.GetPath() + "' cannot be read");
+}
+
+qvstring Store::GetErrorText() const {
+    CTextOutputString text;
+    m_Errors.GetHistoricTableErrorSummary(text);
+    return text.GetCStr();
 }
 
 bool Store::ReadLast(Sample& sample) {
     std::vector<CHistoricTable::HistoricFile> files;
     m_Table.GetFiles(files);
+    const auto file =
+        std::find_if(files.rbegin(), files.rend(), [](const auto& f) { return f.m_NumRecords > 0; });
+    if (file == files.rend())
+        return false;
+    char name[CHistoricTable::FileNameBufferSize];
+    const auto length = static_cast<unsigned int>(file->GetFileName(name));
     CHistoricTable::ReadContext context;
-    bool bFound = false;
-    for (auto file = files.rbegin(); file != files.rend() && !bFound; ++file) {
-        char name[CHistoricTable::FileNameBufferSize];
-        const auto length = static_cast<unsigned int>(file->GetFileName(name));
-        bFound =
-            file->m_NumRecords > 0 && m_Table.BeginReadRecord(name, length, file->m_NumRecords - 1, context);
-        if (bFound)
-            std::memcpy(&sample, context.m_pRecord, sizeof sample);
-        m_Table.EndRead(context);
-    }
-    return bFound;
+    if (!m_Table.BeginReadRecord(name, length, file->m_NumRecords - 1, context))
+        throw std::runtime_error(qvstring("the last sample cannot be read from '") + name + "'");
+    std::memcpy(&sample, context.m_pRecord, sizeof sample);
+    m_Table.EndRead(context);
+    return true;
 }
 
 bool Store::Reader::Read(std::size_t maxSamples, std::vector<Sample>& samples) {

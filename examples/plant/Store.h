@@ -20,8 +20,9 @@ public:
     explicit Store(const CQVFilePath& folder);
 
     CHistoricTable& GetTable() { return m_Table; }
-    const HistoricTableErrorSummary& GetErrors() const { return m_Errors; }
-    // The newest sample on the disk; false when there is none.
+    // What has gone wrong so far; each new trouble changes it.
+    qvstring GetErrorText() const;
+    // The newest sample on the disk; false when there is none. Throws std::runtime_error when it cannot be read.
     bool ReadLast(Sample& sample);
 
     // Files come and go while one of these is there: they are trimmed, split, or deleted on a standby.

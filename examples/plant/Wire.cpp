@@ -5,6 +5,11 @@
 #include <cstring>
 #include <string>
 
+void Wipe(std::vector<unsigned char>& bytes) {
+    QVRandomGenerator::ClearMemory(bytes.data(), static_cast<unsigned int>(bytes.size()));
+    bytes.clear();
+}
+
 void Message::AppendTo(std::vector<unsigned char>& bytes) {
     const auto length = static_cast<unsigned int>(GetTotalDataSize() - sizeof(unsigned int));
     std::memcpy(m_pLength, &length, sizeof length);
@@ -12,6 +17,18 @@ void Message::AppendTo(std::vector<unsigned char>& bytes) {
     unsigned int count = 0;
     for (BeginRead(); ReadNoCopy(data, count); ReadAdvance(count))
         bytes.insert(bytes.end(), data, data + count);
+}
+
+void FrameReader::Add(const unsigned char* data, unsigned int count) {
+    if (m_Bytes.capacity() - m_Bytes.size() < count) {
+        // Grows by hand, so that the old bytes are wiped.
+        std::vector<unsigned char> grown;
+        grown.reserve(2 * m_Bytes.size() + count);
+        grown = m_Bytes;
+        grown.swap(m_Bytes);
+        Wipe(grown);
+    }
+    m_Bytes.insert(m_Bytes.end(), data, data + count);
 }
 
 bool FrameReader::Next(std::span<const unsigned char>& frame) {
@@ -33,7 +50,6 @@ bool FrameReader::Next(std::span<const unsigned char>& frame) {
 }
 
 void FrameReader::Clear() {
-    QVRandomGenerator::ClearMemory(m_Bytes.data(), static_cast<unsigned int>(m_Bytes.size()));
-    m_Bytes.clear();
+    Wipe(m_Bytes);
     m_Used = 0;
 }

@@ -49,6 +49,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Empties it and leaves nothing in memory: there may have been a password in it.
+void Wipe(std::vector<unsigned char>& bytes);
+
 class Message : public BinaryOutputBuffer {
 public:
     explicit Message(MessageType type) : BinaryOutputBuffer(BinaryStringLengthUTF8Character) {
@@ -66,15 +69,18 @@ private:
 class FrameReader {
 public:
     explicit FrameReader(unsigned int maxLength) : m_MaxLength(maxLength) {}
+    ~FrameReader() { Clear(); }
+    FrameReader(const FrameReader&) = delete;
+    FrameReader& operator=(const FrameReader&) = delete;
 
     void SetMaxLength(unsigned int maxLength) { m_MaxLength = maxLength; }
-    void Add(const unsigned char* data, unsigned int count) {
-        m_Bytes.insert(m_Bytes.end(), data, data + count);
-    }
+    void Add(const unsigned char* data, unsigned int count);
     // Takes out the next frame, without its length; good until Add(). False when none is complete. Throws
     // ProtocolError for one that is empty or too long.
     bool Next(std::span<const unsigned char>& frame);
-    // Forgets everything, and wipes it: it may have been a password.
+    // Nothing stands behind the frame that was taken out last.
+    bool IsAtEnd() const { return m_Used == m_Bytes.size(); }
+    // Forgets everything, and wipes it.
     void Clear();
 
 private:

@@ -26,6 +26,8 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <deque>
+#include <map>
 
 namespace {
 
@@ -53,6 +55,10 @@ public:
 
     const int m_ExitCode;
 };
+
+// What a server of this plant may send; another one is not to fill the memory.
+constexpr std::size_t MaxAlarms = 10'000;
+constexpr unsigned int ReadNumber = 1;
 
 struct AlarmState {
     unsigned char m_Zone = 0;
@@ -97,7 +103,8 @@ public:
             const bool bOpen = GetSocket().IsOpen();
             QVSocketInterest interest{&GetSocket(), WantsToWrite() ? QVSocket::Readable | QVSocket::Writable
                                                                    : QVSocket::Readable};
-            qv_wait_for_sockets({&interest, bOpen ? 1U : 0U}, static_cast<int>(left.count()), &m_Stop);
+            const auto milliseconds = static_cast<int>(std::min<long long>(left.count(), 60'000));
+            qv_wait_for_sockets({&interest, bOpen ? 1U : 0U}, milliseconds, &m_Stop);
             if (qv_stop_requested())
                 throw Failure(ExitRefused, "stopped");
             if (bOpen && interest.m_Ready != 0)
@@ -150,8 +157,14 @@ public:
 
     qvstring m_ServerName;
     std::map<qvstring, AlarmState> m_Alarms;
-    std::vector<Sample> m_Records; // of the range
-    bool m_bAllRecords = false;
+    // The range, as far as it has come: how many records, the first and the last of them, steps that leave one out or go
+    // back, and the last records, which are to be shown.
+    std::size_t m_Count = 0;
+    Sample m_First{};
+    Sample m_Last{};
+    unsigned long long m_Gaps = 0;
+    std::deque<Sample> m_Shown;
+    bool m_bReading = false;
     std::function<void(const Sample&)> m_OnLive = [](const Sample&) {};
     std::function<void(const qvstring&)> m_OnAlarm = [](const qvstring&) {};
     unsigned long long m_Skipped = 0;
@@ -168,6 +181,13 @@ private:
     }
 
     void OnMessage(unsigned char type, FrameInput& in) override {
+        if ((type == MessageLogonReply) == m_bLoggedOn)
+            throw ProtocolError("a message of type " + std::to_string(type) + " is out of place");
+        TakeMessage(type, in);
+        in.ExpectEnd();
+    }
+
+    void TakeMessage(unsigned char type, FrameInput& in) {
         switch (type) {
         case MessageLogonReply:
             return TakeLogonReply(in);
@@ -187,17 +207,24 @@ private:
             unsigned char request = 0;
             unsigned int number = 0;
             in >> request >> number;
-            return in.ReadWString(MaxNameLength, m_Refusal);
-        }
-        case MessageFarewell: {
-            qvstring reason;
-            in.ReadWString(MaxNameLength, reason);
-            m_Problem = "farewell: " + reason;
+            m_Refusal = ReadText(in);
             return;
         }
+        case MessageFarewell:
+            m_Problem = "farewell: " + ReadText(in);
+            return;
         default:
             throw ProtocolError("a message of type " + std::to_string(type));
         }
+    }
+
+    // A text for a terminal: what controls one does not come from elsewhere.
+    static qvstring ReadText(FrameInput& in) {
+        qvstring text;
+        in.ReadWString(MaxNameLength, text);
+        for (char& c : text)
+            c = (c >= 0 && c < ' ') || c == 0x7F ? '?' : c;
+        return text;
     }
 
     void OnEnded(const std::string& reason) override {
@@ -208,9 +235,8 @@ private:
 
     void TakeLogonReply(FrameInput& in) {
         unsigned char result = LogonRefused;
-        qvstring text;
         in >> result;
-        in.ReadWString(MaxNameLength, text);
+        const qvstring text = ReadText(in);
         if (result == LogonNotInCharge) {
             m_bNotInCharge = true;
             return;
@@ -220,7 +246,7 @@ private:
             m_Problem = "refused: " + text;
             return;
         }
-        in.ReadWString(MaxNameLength, m_ServerName);
+        m_ServerName = ReadText(in);
         m_Access.LoadAccessContext(AccessContextVersion, in);
         unsigned int count = 0;
         in >> count;
@@ -230,12 +256,12 @@ private:
         m_Units.resize(count);
         m_Formats.assign(count, DecimalFormat());
         for (unsigned int i = 0; i < count; i++) {
-            qvstring pattern;
-            in.ReadWString(MaxNameLength, m_Tags[i]);
-            in.ReadWString(MaxNameLength, m_Units[i]);
-            in.ReadWString(MaxNameLength, pattern);
+            m_Tags[i] = ReadText(in);
+            m_Units[i] = ReadText(in);
+            const qvstring pattern = ReadText(in);
             TextInputQVString input(pattern, "pattern");
-            m_Formats[i].ParseDecimalFormat(&input);
+            if (m_Formats[i].ParseDecimalFormat(&input) != 0)
+                throw ProtocolError("a pattern that is none");
         }
         m_Problem.clear();
         m_bLoggedOn = true;
@@ -243,23 +269,35 @@ private:
 
     void TakeRecords(FrameInput& in) {
         unsigned int number = 0;
+        bool bLast = false;
         unsigned int count = 0;
-        in >> number >> m_bAllRecords >> count;
-        if (count > MaxFrame / sizeof(Sample))
-            throw ProtocolError("too many records in a message");
-        const std::size_t before = m_Records.size();
-        m_Records.resize(before + count);
-        in.Read(m_Records.data() + before, static_cast<unsigned int>(count * sizeof(Sample)));
+        in >> number >> bLast >> count;
+        if (!m_bReading || number != ReadNumber)
+            throw ProtocolError("records that were not asked for");
+        for (; count != 0; count--) {
+            Sample sample;
+            in.Read(&sample, sizeof sample);
+            if (m_Count++ == 0)
+                m_First = sample;
+            else if (sample.m_Sequence != m_Last.m_Sequence + 1 || sample.m_Time <= m_Last.m_Time)
+                m_Gaps++;
+            m_Last = sample;
+            m_Shown.push_back(sample);
+            if (m_Shown.size() > m_Options.m_Limit)
+                m_Shown.pop_front();
+        }
+        m_bReading = !bLast;
     }
 
     void TakeAlarm(FrameInput& in) {
-        qvstring name;
-        in.ReadWString(MaxNameLength, name);
+        const qvstring name = ReadText(in);
+        if (m_Alarms.size() >= MaxAlarms && !m_Alarms.contains(name))
+            throw ProtocolError("too many alarms");
         AlarmState& alarm = m_Alarms[name];
         in >> alarm.m_Zone;
-        in.ReadWString(MaxNameLength, alarm.m_Colour);
+        alarm.m_Colour = ReadText(in);
         in >> alarm.m_State >> alarm.m_Time;
-        in.ReadWString(MaxNameLength, alarm.m_User);
+        alarm.m_User = ReadText(in);
         m_OnAlarm(name);
     }
 
@@ -275,7 +313,7 @@ private:
 };
 
 // The alarms and the last records as a document for an office program.
-bool ExportRtf(const Client& client, const std::vector<Sample>& records, const CQVFilePath& path) {
+bool ExportRtf(const Client& client, const CQVFilePath& path) {
     CRTFOutput rtf;
     const auto addLine = [&rtf](const qvstring& line) {
         rtf.Print((line + "\n").c_str(), static_cast<unsigned int>(line.size() + 1));
@@ -294,7 +332,7 @@ bool ExportRtf(const Client& client, const std::vector<Sample>& records, const C
     addLine("Records");
     rtf.SetUnderline(false);
     rtf.SetFontSize(9);
-    for (const Sample& sample : records)
+    for (const Sample& sample : client.m_Shown)
         addLine(client.ToText(sample));
     qvstring document;
     rtf.GenerateRTF(document);
@@ -312,14 +350,13 @@ int Read(Client& client, const ClientOptions& options) {
     from.SetUTC();
     from += CQVTimeInterval(-static_cast<long long>(options.m_Last * CQVTimeInterval::UnitsPerSecond));
     Message request(MessageRead);
-    request << 1U;
+    request << ReadNumber;
     request.WriteInt64(from.GetValue());
     request.WriteInt64(LLONG_MAX);
     const auto start = Clock::now();
+    client.m_bReading = true;
     client.Request(request);
-    const auto bDone = [&] {
-        return client.m_bAllRecords || !client.m_Refusal.empty() || !client.IsActive();
-    };
+    const auto bDone = [&] { return !client.m_bReading || !client.m_Refusal.empty() || !client.IsActive(); };
     if (!client.Wait(Client::After(options.m_Timeout), bDone) || !client.IsActive())
         throw Failure(ExitUnreachable,
                       client.m_Problem.empty() ? "the answer takes too long" : client.m_Problem);
@@ -327,23 +364,15 @@ int Read(Client& client, const ClientOptions& options) {
         throw Failure(ExitRefused, "refused: " + client.m_Refusal);
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
 
-    const std::vector<Sample>& records = client.m_Records;
-    unsigned long long gaps = 0;
-    for (std::size_t i = 1; i < records.size(); i++)
-        gaps += records[i].m_Sequence != records[i - 1].m_Sequence + 1 ||
-                records[i].m_Time <= records[i - 1].m_Time;
-    const std::size_t first = records.size() - std::min<std::size_t>(records.size(), options.m_Limit);
-    const std::vector<Sample> shown(records.begin() + static_cast<std::ptrdiff_t>(first), records.end());
-    for (const Sample& sample : shown)
+    for (const Sample& sample : client.m_Shown)
         std::printf("%s\n", client.ToText(sample).c_str());
-    if (!options.m_RtfFile.empty() && !ExportRtf(client, shown, CQVFilePath(options.m_RtfFile)))
+    if (!options.m_RtfFile.empty() && !ExportRtf(client, CQVFilePath(options.m_RtfFile)))
         throw Failure(ExitUnreachable, "'" + options.m_RtfFile + "' cannot be written");
-    const double megabytes = static_cast<double>(records.size() * sizeof(Sample)) / 1e6;
+    const double megabytes = static_cast<double>(client.m_Count * sizeof(Sample)) / 1e6;
     std::printf("%s: %zu records, sequence %llu to %llu, gaps %llu, %.2f MB in %.3f s, %.1f MB/s\n",
-                client.m_ServerName.c_str(), records.size(), records.empty() ? 0 : records.front().m_Sequence,
-                records.empty() ? 0 : records.back().m_Sequence, gaps, megabytes, seconds,
-                megabytes / seconds);
-    return gaps == 0 ? 0 : ExitRefused;
+                client.m_ServerName.c_str(), client.m_Count, client.m_First.m_Sequence,
+                client.m_Last.m_Sequence, client.m_Gaps, megabytes, seconds, megabytes / seconds);
+    return client.m_Gaps == 0 ? 0 : ExitRefused;
 }
 
 int Follow(Client& client, const ClientOptions& options) {
@@ -419,15 +448,19 @@ int main(int argc, char** argv) {
     app.add_option("--server", options.m_Servers, "HOST:PORT; the main, then its standby")->required();
     app.add_option("--ca", options.m_TrustFile, "Certificate of the plant's authority")->required();
     app.add_option("--user", options.m_User, "Who logs on")->required();
-    app.add_option("--timeout", options.m_Timeout, "Seconds to wait for a server")->capture_default_str();
+    app.add_option("--timeout", options.m_Timeout, "Seconds to wait for a server")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e9));
     app.add_option("--limit", options.m_Limit,
                    "Show so many records at most, the last ones; live values: 0 for none");
     CLI::App& read = *app.add_subcommand("read", "Read what was recorded");
-    read.add_option("--last", options.m_Last, "Seconds to go back")->capture_default_str();
+    read.add_option("--last", options.m_Last, "Seconds to go back")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e9));
     read.add_option("--rtf", options.m_RtfFile,
                     "Write alarms and records into this file, for office programs");
     CLI::App& follow = *app.add_subcommand("follow", "Follow live values and alarms");
-    follow.add_option("--for", options.m_For, "Seconds")->capture_default_str();
+    follow.add_option("--for", options.m_For, "Seconds")->capture_default_str()->check(CLI::Range(0.0, 1e9));
     app.add_subcommand("alarms", "Show the alarms");
     CLI::App& acknowledge = *app.add_subcommand("acknowledge", "Acknowledge an alarm");
     acknowledge.add_option("ALARM", options.m_Alarm, "Its name")->required();

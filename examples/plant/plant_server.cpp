@@ -24,7 +24,11 @@ int main(int argc, char** argv) {
         ->required();
     app.add_option("DATA", data, "Folder of the historic table; made where it is missing")->required();
     app.add_option("--name", options.m_Name, "This server's name, of its certificate too")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check([](const std::string& name) {
+            return std::string(name.size() <= 64 && name != "authority" ? ""
+                                                                        : "that cannot be a server's name");
+        });
     app.add_option("--listen", options.m_Listen, "HOST:PORT; port 0 is one that is free")
         ->capture_default_str();
     app.add_option("--standby", options.m_Main, "HOST:PORT of the main to stand by for");
@@ -43,7 +47,8 @@ int main(int argc, char** argv) {
     app.add_option("--max-records", options.m_Recorder.m_MaxRecords, "Records to keep")
         ->capture_default_str();
     app.add_option("--max-file-size", options.m_Recorder.m_MaxFileSize, "Bytes of a file of the table")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(CLI::Range(65'536U, 1U << 30));
     CLI11_PARSE(app, argc, argv)
 
     qv_catch_stop_signals();

@@ -2,11 +2,12 @@
 #include "PlantTesting.h"
 
 #include "support/PamStack.h"
+#include "support/SmallDisk.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <fstream>
+#include <thread>
 
 using testing::HasSubstr;
 
@@ -52,15 +53,35 @@ TEST_F(PlantTest, LosesNothingHoweverItsServersEnd) {
     // What has been sampled by the end is on both disks.
     EXPECT_EQ(m_Main.Stop(), 0);
     EXPECT_EQ(m_Standby.Stop(), 0);
-    unsigned int compared = 0;
-    for (const std::string& name : m_Folder.List("main")) {
-        if (!name.ends_with(".qvhis"))
-            continue;
-        EXPECT_EQ(m_Folder.Read("main/" + name), m_Folder.Read("standby/" + name)) << name;
-        compared++;
-    }
-    EXPECT_GE(compared, 1U);
+    ExpectSameTables();
     EXPECT_EQ(follower.Stop(), 1); // told to stop
+}
+
+TEST_F(PlantTest, AFullStandbyGetsWhatItLacksWhenThereIsRoomAgain) {
+    const SmallDisk disk(512);
+    if (!disk.IsMounted())
+        GTEST_SKIP() << "may not mount";
+    std::filesystem::create_directory_symlink(disk.GetFolder().GetPath(), m_Folder.File("standby").GetPath());
+    disk.GetFolder().Write("filler", std::string(500 << 10, 'x'));
+    m_Main.Start();
+    m_Folder.Write("main.port", m_Main.GetAddress().substr(m_Main.GetAddress().rfind(':') + 1));
+    m_Standby.Start();
+    ASSERT_TRUE(m_Standby.Says("the records cannot be written"));
+    disk.GetFolder().Remove("filler");
+    ASSERT_TRUE(m_Standby.Says("The main at localhost", 2)) << m_Standby.GetLog();
+    EXPECT_EQ(m_Main.Stop(), 0);
+    EXPECT_EQ(m_Standby.Stop(), 0);
+    ExpectSameTables();
+}
+
+TEST_F(PlantTest, ServersThatStartTogetherShareOneAuthority) {
+    PlantServer other(m_Folder, "other", "--test-users");
+    {
+        const std::jthread starter([&] { other.Start(); });
+        m_Main.Start();
+    }
+    for (const PlantServer* const server : {&m_Main, &other})
+        EXPECT_TRUE(Intruder(m_Folder).Reach(*server)) << server->GetLog();
 }
 
 TEST_F(PlantTest, ShowsAndAllowsWhatTheUserMay) {
@@ -85,8 +106,8 @@ TEST_F(PlantTest, ShowsAndAllowsWhatTheUserMay) {
              Refused{"nobody", "m", "alarms", "refused: wrong user or password"},
              Refused{"eve", "e", "alarms", "refused: this user has no rights here"},
              Refused{"tom", "t", "acknowledge Always", "the right Acknowledge is missing"},
-             Refused{"maria", "m", "acknowledge Never", "'Never' is not active"},
-             Refused{"maria", "m", "acknowledge Sometimes", "there is no alarm 'Sometimes'"},
+             Refused{"maria", "m", "acknowledge Never", "that alarm is not active"},
+             Refused{"maria", "m", "acknowledge Sometimes", "there is no such alarm"},
          }) {
         const Result result = RunClient(refused.user, refused.password, refused.arguments);
         EXPECT_EQ(result.m_ExitCode, 1) << refused.text;
@@ -140,4 +161,8 @@ TEST_F(PlantTest, DoesNotStartOnWhatItCannotUse) {
         EXPECT_THAT(m_Folder.Read("err.txt"), HasSubstr(wrong.text));
         m_Folder.Write(name, good);
     }
+    const std::string command = "cd '" + m_Folder.GetPath() +
+                                "' && ulimit -n 100 && '" PLANT_SERVER "' config main --test-users 2>err.txt";
+    EXPECT_EQ(std::system(command.c_str()), 256);
+    EXPECT_THAT(m_Folder.Read("err.txt"), HasSubstr("descriptors are needed"));
 }

@@ -84,6 +84,17 @@ long long PlantTest::NumberBehind(const std::string& text, const std::string& ou
     return at == std::string::npos ? -1 : std::atoll(output.c_str() + at + text.size());
 }
 
+void PlantTest::ExpectSameTables() const {
+    unsigned int compared = 0;
+    for (const std::string& name : m_Folder.List("main")) {
+        if (!name.ends_with(".qvhis"))
+            continue;
+        EXPECT_EQ(m_Folder.Read("main/" + name), m_Folder.Read("standby/" + name)) << name;
+        compared++;
+    }
+    EXPECT_GE(compared, 1U);
+}
+
 std::unique_ptr<OpenSSLContext> Intruder::MakeContext(const TemporaryFolder& folder,
                                                       const std::string& name) {
     COutputLogNull log;

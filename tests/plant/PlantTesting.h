@@ -1,9 +1,9 @@
 // The plant's programs as their users start them, in a folder of the test's own; and a client that keeps to no rules.
 #pragma once
 
+#include "Link.h"
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
-#include "Link.h"
 #include <QVLib/Tls/OpenSSLContext.h>
 
 #include <gtest/gtest.h>
@@ -57,6 +57,9 @@ protected:
                      const std::string& authority = "config/Certificates/authority.cer") const;
     // The number behind `text` in what a client has said; -1 without one.
     static long long NumberBehind(const std::string& text, const std::string& output);
+
+    // What main and standby have recorded, byte by byte.
+    void ExpectSameTables() const;
 
     TemporaryFolder m_Folder;
     PlantServer m_Main;

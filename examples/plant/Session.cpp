@@ -19,6 +19,7 @@ void Session::Begin(OpenSSLContext& context, const QVSocketAddress& peer) {
     if (m_pSSL == nullptr || SSL_set_fd(m_pSSL, m_Socket.GetSocketHandle()) != 1)
         throw std::runtime_error("OpenSSL has no session left");
     SSL_set_mode(m_pSSL, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    SSL_set_options(m_pSSL, SSL_OP_CLEANSE_PLAINTEXT); // OpenSSL would keep a copy of the password
     SSL_set_accept_state(m_pSSL);
 }
 

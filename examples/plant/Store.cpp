@@ -5,6 +5,22 @@
 #include <cstring>
 #include <stdexcept>
 
+namespace {
+
+// However the reading ends: a lock that stays would stop the recording.
+class ReadLock {
+public:
+    explicit ReadLock(const CHistoricTable& table) : m_Table(table) { m_Table.LockRead(); }
+    ~ReadLock() { m_Table.UnLockRead(); }
+    ReadLock(const ReadLock&) = delete;
+    ReadLock& operator=(const ReadLock&) = delete;
+
+private:
+    const CHistoricTable& m_Table;
+};
+
+} // namespace
+
 Store::Store(const CQVFilePath& folder) : m_Table(QVFileSystem::GetInstance(), sizeof(Sample), &m_Errors) {
     CQVFilePath path = folder;
     if (!path.MakeDirectory())
@@ -47,7 +63,7 @@ bool Store::ReadLast(Sample& sample) {
 }
 
 bool Store::Reader::Read(std::size_t maxSamples, std::vector<Sample>& samples) {
-    m_Store.m_Table.LockRead();
+    const ReadLock lock(m_Store.m_Table);
     const unsigned int changes = m_Store.m_Changes;
     const bool bGoOn = m_bBegun && changes == m_Changes && changes % 2 == 0;
     if (!bGoOn)
@@ -64,7 +80,6 @@ bool Store::Reader::Read(std::size_t maxSamples, std::vector<Sample>& samples) {
         if (++count == maxSamples)
             break;
     }
-    m_Store.m_Table.UnLockRead();
     return bMore;
 }
 

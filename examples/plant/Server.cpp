@@ -93,10 +93,15 @@ void Server::SetUpCertificates() {
     const char* const organization = "Plant";
     CQVFileLock lock; // which fails where nothing can be made anyway
     LockCertificates(m_Options.m_ConfigurationFolder, lock);
-    if (!authority.InitCertificateAndKey(CertificateAndKey::CertificateIssuer, nullptr, organization, "",
-                                         nullptr, network, &m_Log) ||
-        !server.InitCertificateAndKey(CertificateAndKey::CertificateEndEntity, &authority, organization, "",
-                                      nullptr, network, &m_Log))
+    // Where the authority's key is elsewhere, or not for this process, nothing is made: a new authority would be one
+    // that nobody trusts.
+    const bool bMake = !authority.GetCertificateFile().FileExists() || authority.ReadPrivateKey(&m_Log);
+    if (!bMake && (!server.ReadPrivateKey(&m_Log) || !server.ReadCertificate(&m_Log)))
+        throw std::runtime_error("the authority's key is needed to make this server's certificate");
+    if (bMake && (!authority.InitCertificateAndKey(CertificateAndKey::CertificateIssuer, nullptr,
+                                                   organization, "", nullptr, network, &m_Log) ||
+                  !server.InitCertificateAndKey(CertificateAndKey::CertificateEndEntity, &authority,
+                                                organization, "", nullptr, network, &m_Log)))
         throw std::runtime_error("there is no certificate for this server");
     const CQVFilePath trust = authority.GetCertificateFile();
     for (OpenSSLContext* const context : {&m_ServerContext, &m_ClientContext}) {

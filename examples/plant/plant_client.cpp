@@ -1,6 +1,6 @@
 // plant_client - what an operator does: reads what was recorded, follows live values and alarms, acknowledges.
 //
-//     plant_client read --last 10s --server localhost:4700 --server localhost:4701 --ca authority.cer --user maria
+//     plant_client read --last 10 --server localhost:4700 --server localhost:4701 --ca authority.cer --user maria
 //
 // The servers are tried in their order: the main, then its standby. The password is asked for, or read from the standard
 // input where that is no terminal. Times and numbers are shown as the user's formats on the server have it.

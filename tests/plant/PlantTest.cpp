@@ -82,6 +82,13 @@ TEST_F(PlantTest, ServersThatStartTogetherShareOneAuthority) {
     }
     for (const PlantServer* const server : {&m_Main, &other})
         EXPECT_TRUE(Intruder(m_Folder).Reach(*server)) << server->GetLog();
+    // Without its key it stays what it is.
+    EXPECT_EQ(m_Main.Stop(), 0);
+    const std::string authority = m_Folder.Read("config/Certificates/authority.cer");
+    m_Folder.Remove("config/Certificates/authority.key");
+    m_Main.Start();
+    EXPECT_EQ(m_Folder.Read("config/Certificates/authority.cer"), authority);
+    EXPECT_TRUE(Intruder(m_Folder).Reach(m_Main)) << m_Main.GetLog();
 }
 
 TEST_F(PlantTest, ShowsAndAllowsWhatTheUserMay) {

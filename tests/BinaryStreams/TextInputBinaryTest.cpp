@@ -80,7 +80,7 @@ private:
 TEST(TextInputBinary, DeletesWhatItOwns) {
     int live = 0;
     EXPECT_THROW(CTextInputFromBinaryInput(new CountedInput(live, true), true), CBinaryInput::EOFException);
-    CTextInputFromBinaryInput(new CountedInput(live, false), true);
+    { const CTextInputFromBinaryInput input(new CountedInput(live, false), true); }
     EXPECT_EQ(live, 0);
     CountedInput borrowed(live, true);
     EXPECT_THROW(CTextInputFromBinaryInput(&borrowed, false), CBinaryInput::EOFException);

@@ -13,9 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         qvstring once;
         location.FormatLocation(once);
         // A name of less than three bytes may be followed by its ':' at once, which a longer form would turn into an end;
-        // and what looks like a position within a query may come to stand at the end, when its items are put in order.
+        // and what looks like a position may come to stand at the end when the items of a query are put in order.
         const bool bPlain =
-            once.find(':') == qvstring::npos && location.GetQuery().find('(') == qvstring::npos;
+            once.find(':') == qvstring::npos && location.GetModuleNameWithQuery().find('(') == qvstring::npos;
         CSourceLocation again;
         if (bPlain && again.ParseLocation(once, colon)) {
             qvstring twice;

@@ -180,7 +180,8 @@ void CParseToken::ParseCharacter(CTextInput* input, int first) {
 
 bool CParseToken::TakeIfNext(CTextInput* input, char expected) {
     const std::string_view ahead = input->PeekText();
-    if (!ahead.empty()) {
+    // Bytes beyond ASCII are read: to some inputs, a sequence that is longer than needed is the character all the same.
+    if (!ahead.empty() && static_cast<signed char>(ahead[0]) >= 0) {
         if (ahead[0] != expected)
             return false;
         input->TakePlainAscii(1);

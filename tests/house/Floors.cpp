@@ -32,6 +32,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"examples/plant/", "openssl/"},
     {"examples/plant/", "sys/epoll.h"},
     {"examples/plant/", "sys/eventfd.h"},
+    {"examples/plant/", "sys/resource.h"},
     {"examples/plant/", "unistd.h"},
     {"examples/plant/", "CLI/"},
     {"tools/", "CLI/"},

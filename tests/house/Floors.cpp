@@ -28,7 +28,7 @@ constexpr ForeignHeaders kForeignHeaders[] = {
     {"QVLib/BinaryStreams/", "zlib.h"},
     {"QVLib/Tls/", "openssl/"},
     {"tests/Tls/", "openssl/"},
-    // A program on the library has an event loop of its own, and the server's side of TLS.
+    // A program on the library has an event loop and a limit of descriptors of its own, and the server's side of TLS.
     {"examples/plant/", "openssl/"},
     {"examples/plant/", "sys/epoll.h"},
     {"examples/plant/", "sys/eventfd.h"},
@@ -135,7 +135,8 @@ std::string Resolve(const std::string& file, const Include& include, const Tree&
             folders = {FolderPart(file)};
         }
         if (IsTest(file)) {
-            folders.insert(folders.end(), {"tests/", "platform/src/", "QVLib/", "tools/qv/", "examples/plant/"});
+            folders.insert(folders.end(),
+                           {"tests/", "platform/src/", "QVLib/", "tools/qv/", "examples/plant/"});
         }
     }
     for (const std::string& folder : folders) {

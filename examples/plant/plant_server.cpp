@@ -5,6 +5,8 @@
 //
 // docs/plant.md tells what it does and what lies in its folders. It says where it listens on the standard output and
 // everything else on the error stream, and stops on SIGTERM and SIGINT.
+//
+// Exit codes: 0 stopped; 1 it could not start, and the log says why; 2 usage.
 #include "PlantLog.h"
 #include "Server.h"
 
@@ -21,7 +23,8 @@ int main(int argc, char** argv) {
     unsigned int keepHouseEvery = 10'000;
     CLI::App app("Records this machine and serves what was recorded, or stands by for a server that does.");
     app.add_option("CONFIGURATION", configuration, "Folder of plant.json, user-rights.conf and Certificates")
-        ->required();
+        ->required()
+        ->check(CLI::ExistingDirectory);
     app.add_option("DATA", data, "Folder of the historic table; made where it is missing")->required();
     app.add_option("--name", options.m_Name, "This server's name, of its certificate too")
         ->capture_default_str()
@@ -49,7 +52,11 @@ int main(int argc, char** argv) {
     app.add_option("--max-file-size", options.m_Recorder.m_MaxFileSize, "Bytes of a file of the table")
         ->capture_default_str()
         ->check(CLI::Range(65'536U, 1U << 30));
-    CLI11_PARSE(app, argc, argv)
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
 
     qv_catch_stop_signals();
     std::signal(SIGPIPE, SIG_IGN); // a client that is gone is an error like any other

@@ -1,6 +1,6 @@
 // JSON of any bytes. They give a value or one message, the same whether or not the text lies in memory; and a
 // value that was formatted, compact or pretty, reads back as itself.
-#include "PlainInput.h"
+#include "support/ChunkedInput.h"
 #include <QVLib/Json/JSONParseContext.h>
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/TextStreams/TextInputString.h>
@@ -91,7 +91,7 @@ void CheckReadsBack(const JSONValue& value, bool pretty) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char* const text = reinterpret_cast<const char*>(data);
     TextInputQVString windowed(text, static_cast<unsigned int>(size), "n");
-    PlainInput plain(text, static_cast<unsigned int>(size));
+    ChunkedInput plain(qvstring(text, size), 0);
     const Parsed parsed(windowed);
     const Parsed byTokens(plain);
     QV_ASSERT(parsed.m_Messages == byTokens.m_Messages && parsed.m_Rest == byTokens.m_Rest);

@@ -1,6 +1,6 @@
 // JSONata of any bytes. They give an expression or one message, the same whether or not the text lies in
 // memory; an expression prints to what parses to itself; and it can be evaluated against anything.
-#include "PlainInput.h"
+#include "support/ChunkedInput.h"
 #include <QVLib/Json/JSONValue.h>
 #include <QVLib/Json/JSONata.h>
 #include <QVLib/TextStreams/TextInputString.h>
@@ -71,7 +71,7 @@ bool IsReadable(const qvstring& printed) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char* const text = reinterpret_cast<const char*>(data);
     TextInputQVString windowed(text, static_cast<unsigned int>(size), "n");
-    PlainInput plain(text, static_cast<unsigned int>(size));
+    ChunkedInput plain(qvstring(text, size), 0);
     const Compiled compiled(windowed);
     const Compiled byTokens(plain);
     QV_ASSERT(compiled.m_bParsed == byTokens.m_bParsed);

@@ -1,41 +1,14 @@
 // Tokens of any bytes, in every encoding. However much of the text lies in memory, the tokens are the same; each
 // begins where the one before it ended; and joined they are the text.
-#include "PlainInput.h"
+#include "support/ChunkedInput.h"
 #include <QVLib/BinaryStreams/TextInputBinary.h>
 #include <QVLib/Parsing/ParseContextEx.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/Assert.h>
 #include <QVPlatform/OutputLog.h>
-#include <algorithm>
 #include <cstdint>
 
 namespace {
-
-// The same bytes with a window that shows a few of them at a time, as that of a file does.
-class PiecesInput : public CTextInput {
-public:
-    PiecesInput(const char* start, unsigned int length)
-        : CTextInput(qvstring("n")), m_pStart(start), m_pEnd(start + length) {
-        Show(start);
-    }
-
-    long long Tell() const override { return GetWindow() - m_pStart; }
-    void Seek(long long offset) override { Show(m_pStart + offset); }
-    bool ReadNextCodePoint(int& codePoint) override {
-        const char* current = GetWindow();
-        if (current == m_pEnd)
-            return false;
-        codePoint = qv_codepoint_from_qvchar(current, m_pEnd);
-        Show(current);
-        return true;
-    }
-
-private:
-    void Show(const char* current) { SetWindow(current, current + std::min<long long>(5, m_pEnd - current)); }
-
-    const char* const m_pStart;
-    const char* const m_pEnd;
-};
 
 bool IsSamePlace(const CQVTextLocation& a, const CQVTextLocation& b) {
     return a.GetLine() == b.GetLine() && a.GetColumn() == b.GetColumn();
@@ -70,11 +43,11 @@ qvstring CheckTokens(CTextInput& plain, CTextInput& windowed) {
 }
 
 void CheckWindows(const char* text, unsigned int length) {
-    PlainInput plain(text, length);
+    ChunkedInput plain(qvstring(text, length), 0);
     TextInputQVString windowed(text, length, "n");
     const qvstring joined = CheckTokens(plain, windowed);
     plain.ResetPosition();
-    PiecesInput pieces(text, length);
+    ChunkedInput pieces(qvstring(text, length), 5);
     CheckTokens(plain, pieces);
 
     qvstring all;
@@ -97,7 +70,7 @@ void CheckEncodings(const unsigned char* data, unsigned int length) {
 }
 
 void CheckStringsAndIdentifiers(const char* text, unsigned int length) {
-    PlainInput plain(text, length);
+    ChunkedInput plain(qvstring(text, length), 0);
     TextInputQVString windowed(text, length, "n");
     COutputLogNull log;
     constexpr int Options =

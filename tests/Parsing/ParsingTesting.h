@@ -1,7 +1,7 @@
 // Printed tokens and random texts for the tests of parsers.
 #pragma once
 
-#include "TextStreams/ChunkedInput.h"
+#include "support/ChunkedInput.h"
 #include <QVLib/Parsing/ParseToken.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <algorithm>

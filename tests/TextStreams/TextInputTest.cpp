@@ -1,5 +1,5 @@
-#include "ChunkedInput.h"
 #include "TextInputModel.h"
+#include "support/ChunkedInput.h"
 #include <QVLib/TextStreams/TextInputEncoded.h>
 #include <QVLib/TextStreams/TextInputString.h>
 #include <QVPlatform/TextOutput.h>

@@ -107,7 +107,6 @@ TEST_F(PlantTest, MessagesThatBreakTheRulesEndOnlyTheirConnection) {
         ASSERT_TRUE(intruder.Reach(m_Main));
         intruder.SendRaw("\xFF\x0F\0\0\x01"s + std::string(1000, 'x'));
     }
-    QVSocketAddress address;
     std::vector<QVSocketAddress> addresses;
     qvstring problem;
     ASSERT_TRUE(QVSocketAddress::Resolve(m_Main.GetAddress(), false, addresses, problem));
